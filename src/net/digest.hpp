@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+namespace morvane::connector {
+
+// Digests of exactly the bytes passed, by the openssl command line (and xxd). Key first, message
+// second. Hex is lower case; base64 is the standard alphabet on one line. Each returns the empty
+// string when its pipeline failed.
+std::string hmac_sha256_hex(const std::string& secret, const std::string& message);
+std::string hmac_sha512_hex(const std::string& secret, const std::string& message);
+std::string hmac_sha256_base64(const std::string& secret, const std::string& message);
+std::string sha512_hex(const std::string& message);
+
+}  // namespace morvane::connector
