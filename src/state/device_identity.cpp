@@ -1,0 +1,68 @@
+#include "state/device_identity.hpp"
+
+#include <random>
+#include <utility>
+
+#include "state/private_file.hpp"
+#include "state/record_text.hpp"
+
+namespace morvane::connector {
+namespace {
+
+constexpr RecordFields<DeviceIdentity, 6> identity_fields = {{
+    {"device_id", &DeviceIdentity::device_id},
+    {"connector_instance_id", &DeviceIdentity::connector_instance_id},
+    {"device_label", &DeviceIdentity::device_label},
+    {"platform", &DeviceIdentity::platform},
+    {"owner_wallet", &DeviceIdentity::owner_wallet},
+    {"paired", &DeviceIdentity::paired},
+}};
+
+std::string identity_path(const std::string& root) { return root + "/device_identity.env"; }
+
+// `count` hex digits from one 32-bit seed: an identifier, not a secret.
+std::string random_hex(std::size_t count) {
+  std::random_device device("/dev/urandom");
+  std::mt19937 engine(device());
+  std::uniform_int_distribution<std::size_t> digit(0, 15);
+  std::string hex;
+  while (hex.size() < count) {
+    hex += "0123456789abcdef"[digit(engine)];
+  }
+  return hex;
+}
+
+DeviceIdentity fresh_identity() {
+  return {.device_id = "device:macos:" + random_hex(12),
+          .connector_instance_id = "connector:" + random_hex(16),
+          .device_label = "Morvane Connector (macOS)",
+          .platform = "macos",
+          .owner_wallet = "",
+          .paired = false};
+}
+
+}  // namespace
+
+DeviceIdentityStore::DeviceIdentityStore(std::string root) : root_(std::move(root)) {}
+
+DeviceIdentity DeviceIdentityStore::load_or_create() {
+  create_private_directories(root_);
+  DeviceIdentity identity;
+  from_text(read_file(identity_path(root_)).value_or(""), identity_fields, identity);
+  // A file that lost its device id belongs to no known installation: nothing of it is kept.
+  if (identity.device_id.empty()) {
+    identity = fresh_identity();
+  }
+  save(identity);
+  return identity;
+}
+
+bool DeviceIdentityStore::save(const DeviceIdentity& identity) const {
+  create_private_directories(root_);
+  std::ofstream file = open_private(identity_path(root_), std::ios::trunc);
+  file << to_text(identity, identity_fields);
+  // Written in one piece; whether the disk took it is not asked, as callers only need the open.
+  return file.is_open();
+}
+
+}  // namespace morvane::connector

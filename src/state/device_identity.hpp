@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+
+namespace morvane::connector {
+
+// What the relay knows this installation by.
+struct DeviceIdentity {
+  std::string device_id;              // "device:macos:" and 12 hex digits
+  std::string connector_instance_id;  // "connector:" and 16 hex digits; sent nowhere
+  std::string device_label;
+  std::string platform;
+  std::string owner_wallet;  // the owner's public address, empty when none
+  bool paired = false;       // the relay has reported the wallet bound
+};
+
+// Keeps the identity in device_identity.env under the application root.
+class DeviceIdentityStore {
+ public:
+  explicit DeviceIdentityStore(std::string root);
+
+  // The stored identity, or a fresh random one where the file has no device id. Writes the file
+  // back either way; that may fail (a read-only root then gives a new identity on every run).
+  // Throws when the root cannot be created or there is no random device.
+  DeviceIdentity load_or_create();
+
+  // Replaces the file; false when it cannot be opened for writing. Throws when the root cannot be
+  // created.
+  bool save(const DeviceIdentity& identity) const;
+
+ private:
+  std::string root_;
+};
+
+}  // namespace morvane::connector

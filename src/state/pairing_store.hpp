@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+
+namespace morvane::connector {
+
+// How far this connector has got in binding itself to the owner's platform account.
+struct PairingState {
+  std::string owner_wallet_address;  // as typed, never checked
+  std::string pairing_status;        // "unpaired", "wallet_set", "pending_signature", "bound"
+  std::string server_account_ref;    // kept and written; nothing sets it yet
+  std::string latest_bind_token;
+  std::string latest_claimed_connector_id;
+  bool platform_terms_accepted = false;
+  bool wallet_approval_confirmed = false;  // the relay has reported the binding authorized
+};
+
+// Keeps the pairing state in pairing.env under the application root.
+class PairingStore {
+ public:
+  // Creates the root; throws std::filesystem::filesystem_error on failure.
+  explicit PairingStore(std::string root);
+
+  // The stored state; without a readable file "unpaired" and everything else empty.
+  PairingState load() const;
+
+  // Replaces the file; false when it cannot be opened for writing.
+  bool save(const PairingState& state) const;
+
+  // Records `address` in the stored state and keeps all else, a "bound" status included.
+  bool set_owner_wallet(const std::string& address) const;
+
+ private:
+  std::string root_;
+};
+
+}  // namespace morvane::connector
