@@ -1,0 +1,134 @@
+#include "exchanges/cex_executor.hpp"
+
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "exchanges/exchange_adapter.hpp"
+#include "exchanges/json_envelope.hpp"
+#include "net/clock.hpp"
+
+namespace morvane::connector {
+namespace {
+
+// One exchange with the credential to trade on it.
+struct Desk {
+  const ExchangeAdapter& adapter;
+  const TradeAdapter& trades;
+  const StoredCredential& credential;
+
+  HttpResult call(const ExchangeRequest& request, const std::string& timestamp) const {
+    return call_exchange(adapter, request, credential, timestamp);
+  }
+  HttpResult call(const ExchangeRequest& request) const {
+    return call(request, adapter.timestamp());
+  }
+};
+
+// The frame of every operation. `work` makes its requests at the desk and returns the body of the
+// report, or nothing when curl failed.
+template <typename Work>
+std::string trade(const KeyVault& vault, const std::string& exchange, const char* kind, Work work) {
+  const auto credential = vault.load(exchange);
+  if (!credential) {
+    return fail_json("credentials_not_found");
+  }
+  const ExchangeAdapter* adapter = find_adapter(exchange);
+  if (adapter == nullptr || adapter->trades == nullptr) {
+    return fail_json("unsupported_exchange");
+  }
+  std::optional<std::string> body = work(Desk{*adapter, *adapter->trades, *credential});
+  if (!body) {
+    return fail_json("http_failed");
+  }
+  return ok_json(exchange, kind, std::move(*body));
+}
+
+std::optional<std::string> body_of(HttpResult answer) {
+  if (answer.exit_code != 0) {
+    return std::nullopt;
+  }
+  return std::move(answer.body);
+}
+
+// {"<first_key>":<first>,"<second_key>":<second>}, built in the first text, which may be large.
+std::string join_answers(std::string_view first_key, std::string first, std::string_view second_key,
+                         const std::string& second) {
+  first.insert(0, std::string("{\"").append(first_key).append("\":"));
+  first.append(",\"").append(second_key).append("\":").append(second).append("}");
+  return first;
+}
+
+// Both halves are sent, whatever becomes of the first.
+std::optional<std::string> report_at_once(const Desk& desk, const std::string& symbol,
+                                          const std::string& order_id) {
+  HttpResult order = desk.call(desk.trades.closing_order(symbol, order_id));
+  const HttpResult report = desk.call(desk.trades.closed_positions(symbol));
+  if (order.exit_code != 0 || report.exit_code != 0) {
+    return std::nullopt;
+  }
+  return join_answers("order", std::move(order.body), desk.trades.report_key, report.body);
+}
+
+std::optional<std::string> report_in_steps(const Desk& desk, const std::string& symbol,
+                                           const std::string& order_id) {
+  const std::string timestamp = desk.adapter.timestamp();
+  std::string order = "{}";
+  if (!order_id.empty()) {
+    HttpResult answer = desk.call(desk.trades.closing_order(symbol, order_id), timestamp);
+    if (answer.exit_code != 0) {
+      return std::nullopt;
+    }
+    order = std::move(answer.body);
+  }
+  const HttpResult report = desk.call(desk.trades.closed_positions(symbol), timestamp);
+  if (report.exit_code != 0) {
+    return std::nullopt;
+  }
+  return join_answers("order", std::move(order), desk.trades.report_key, report.body);
+}
+
+}  // namespace
+
+CexExecutor::CexExecutor(const KeyVault& vault) : vault_(vault) {}
+
+std::string CexExecutor::place_open(const std::string& exchange, const std::string& symbol,
+                                    const std::string& side, const std::string& quantity,
+                                    const std::string& price, int leverage) const {
+  return trade(vault_, exchange, "place_open", [&](const Desk& desk) -> std::optional<std::string> {
+    HttpResult set = desk.call(desk.trades.set_leverage(symbol, side, leverage));
+    // Meant: the order goes out whatever came of the leverage, which may be set already.
+    const HttpResult place = desk.call(desk.trades.open({symbol, side, quantity, price}));
+    if (set.exit_code != 0 || place.exit_code != 0) {
+      return std::nullopt;
+    }
+    return join_answers("leverage", std::move(set.body), "place", place.body);
+  });
+}
+
+std::string CexExecutor::place_close(const std::string& exchange, const std::string& symbol,
+                                     const std::string& side, const std::string& quantity,
+                                     const std::string& price) const {
+  return trade(vault_, exchange, "place_close", [&](const Desk& desk) {
+    return body_of(desk.call(desk.trades.close({symbol, side, quantity, price})));
+  });
+}
+
+std::string CexExecutor::get_funding(const std::string& exchange, const std::string& symbol,
+                                     int lookback_minutes) const {
+  return trade(vault_, exchange, "funding", [&](const Desk& desk) {
+    // The clock is read twice: for the signature first, then for the start of the period.
+    const std::string timestamp = desk.adapter.timestamp();
+    return body_of(desk.call(desk.trades.funding(symbol, lookback_minutes, epoch_ms()), timestamp));
+  });
+}
+
+std::string CexExecutor::get_close_report(const std::string& exchange, const std::string& symbol,
+                                          const std::string& order_id) const {
+  return trade(vault_, exchange, "close_report", [&](const Desk& desk) {
+    return desk.trades.report_in_steps ? report_in_steps(desk, symbol, order_id)
+                                       : report_at_once(desk, symbol, order_id);
+  });
+}
+
+}  // namespace morvane::connector

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+#include "state/key_vault.hpp"
+
+namespace morvane::connector {
+
+// Reads from, and cancels on, the six exchanges that have an adapter. Every operation answers one
+// JSON text: the exchange's raw answer in an "ok" envelope (an exchange's refusal included), or an
+// error envelope with the first of these reasons that applies: "credentials_not_found",
+// "missing_order_id", "unsupported_exchange", "http_failed". Nothing throws and nothing is retried.
+class CexReader {
+ public:
+  // `vault` is borrowed and must outlive the reader.
+  explicit CexReader(const KeyVault& vault);
+
+  std::string get_balance(const std::string& exchange) const;
+  std::string get_position(const std::string& exchange, const std::string& symbol) const;
+  std::string get_order_status(const std::string& exchange, const std::string& symbol,
+                               const std::string& order_id) const;
+  std::string cancel_order(const std::string& exchange, const std::string& symbol,
+                           const std::string& order_id) const;
+
+ private:
+  const KeyVault& vault_;
+};
+
+}  // namespace morvane::connector
