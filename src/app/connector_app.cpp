@@ -1,0 +1,153 @@
+#include "app/connector_app.hpp"
+
+#include <utility>
+
+#include "hosts.hpp"
+
+namespace morvane::connector {
+namespace {
+
+std::string app_version() { return MORVANE_VERSION; }
+
+ExchangeConnection* find_exchange(std::vector<ExchangeConnection>& connections,
+                                  const std::string& exchange) {
+  for (ExchangeConnection& connection : connections) {
+    if (connection.exchange == exchange) {
+      return &connection;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+ConnectorApp::ConnectorApp(std::string app_root, std::string relay_url)
+    : config_store_(app_root),
+      identity_store_(app_root),
+      vault_(app_root + "/vault"),
+      pairing_store_(app_root),
+      relay_(std::move(relay_url)),
+      reader_(vault_),
+      executor_(vault_),
+      updater_(std::move(app_root), hosts::update_manifest, app_version()) {}
+
+void ConnectorApp::bootstrap() {
+  identity_ = identity_store_.load_or_create();
+  pairing_ = pairing_store_.load();
+  // In memory only: the file keeps the wallet that it has.
+  if (!identity_.paired) {
+    identity_.owner_wallet.clear();
+  } else if (!pairing_.owner_wallet_address.empty()) {
+    identity_.owner_wallet = pairing_.owner_wallet_address;
+  }
+  relay_.connect();
+  // Meant: a claimed token that waits for its signature is no state of its own.
+  health_ = identity_.paired && pairing_.wallet_approval_confirmed
+                ? ConnectorHealth::ready
+                : ConnectorHealth::pairing_required;
+}
+
+ValidateCredentialsResult ConnectorApp::validate_and_save(
+    const ValidateCredentialsRequest& request) {
+  ValidateCredentialsResult result = registry_.validate(request);
+  if (result.status != ExchangeConnectionStatus::valid_read_only &&
+      result.status != ExchangeConnectionStatus::valid_trade_ready) {
+    return result;
+  }
+  result.credentials_saved = vault_.save(request.credential);
+  if (!result.credentials_saved) {
+    result.status = ExchangeConnectionStatus::error;
+    result.message = "failed to persist credentials to local vault";
+  }
+  return result;
+}
+
+std::optional<StoredCredential> ConnectorApp::load_exchange_credentials(
+    const std::string& exchange) const {
+  return vault_.load(exchange);
+}
+
+bool ConnectorApp::delete_exchange_credentials(const std::string& exchange) {
+  return vault_.remove(exchange);
+}
+
+bool ConnectorApp::set_owner_wallet(const std::string& address) {
+  if (!pairing_store_.set_owner_wallet(address)) {
+    return false;
+  }
+  pairing_ = pairing_store_.load();
+  identity_.owner_wallet = pairing_.owner_wallet_address;
+  identity_.paired = false;
+  return identity_store_.save(identity_);
+}
+
+PairingState ConnectorApp::pairing_state() const { return pairing_; }
+
+ConnectorSnapshot ConnectorApp::snapshot() const {
+  std::vector<ExchangeConnection> exchanges = registry_.bootstrap();
+  for (const std::string& stored : vault_.list_exchanges()) {
+    if (ExchangeConnection* connection = find_exchange(exchanges, stored)) {
+      connection->status = ExchangeConnectionStatus::configured;
+      connection->credentials_present = true;
+      connection->message = "credentials stored locally";
+    }
+  }
+  return {.identity = identity_,
+          .health = health_,
+          .relay_connected = relay_.connected(),
+          .vault_backend = vault_.backend_name(),
+          .exchanges = std::move(exchanges)};
+}
+
+std::vector<ExchangeCapabilityMatrix> ConnectorApp::capability_matrix() const {
+  return tolvek_capability_baseline();
+}
+
+std::string ConnectorApp::get_balance(const std::string& exchange) const {
+  return reader_.get_balance(exchange);
+}
+
+std::string ConnectorApp::get_position(const std::string& exchange,
+                                       const std::string& symbol) const {
+  return reader_.get_position(exchange, symbol);
+}
+
+std::string ConnectorApp::get_order_status(const std::string& exchange, const std::string& symbol,
+                                           const std::string& order_id) const {
+  return reader_.get_order_status(exchange, symbol, order_id);
+}
+
+std::string ConnectorApp::cancel_order(const std::string& exchange, const std::string& symbol,
+                                       const std::string& order_id) const {
+  return reader_.cancel_order(exchange, symbol, order_id);
+}
+
+std::string ConnectorApp::get_funding(const std::string& exchange, const std::string& symbol,
+                                      int lookback_minutes) const {
+  return executor_.get_funding(exchange, symbol, lookback_minutes);
+}
+
+std::string ConnectorApp::get_close_report(const std::string& exchange, const std::string& symbol,
+                                           const std::string& order_id) const {
+  return executor_.get_close_report(exchange, symbol, order_id);
+}
+
+std::string ConnectorApp::place_open(const std::string& exchange, const std::string& symbol,
+                                     const std::string& side, const std::string& quantity,
+                                     const std::string& price, int leverage) const {
+  return executor_.place_open(exchange, symbol, side, quantity, price, leverage);
+}
+
+std::string ConnectorApp::place_close(const std::string& exchange, const std::string& symbol,
+                                      const std::string& side, const std::string& quantity,
+                                      const std::string& price) const {
+  return executor_.place_close(exchange, symbol, side, quantity, price);
+}
+
+std::string ConnectorApp::update_check() const { return updater_.check(); }
+
+std::string ConnectorApp::update_download() const { return updater_.download(); }
+
+std::string ConnectorApp::update_apply() const { return updater_.apply(); }
+
+}  // namespace morvane::connector
