@@ -1,0 +1,83 @@
+#!/bin/sh
+# install.sh GROUP... : installs what a group of tasks needs and this machine lacks, with apt or
+# Homebrew, and says what. Prints nothing when nothing is missing.
+set -eu
+
+debian=''
+brew=''
+
+# need COMMAND DEBIAN_PACKAGE HOMEBREW_PACKAGE ("-": a stock Mac has it, or has no use for it)
+need() {
+  command -v "$1" >/dev/null 2>&1 && return
+  debian="$debian $2"
+  [ "$3" = - ] || brew="$brew $3"
+}
+
+need_googletest() {
+  for prefix in /usr /usr/local /opt/homebrew; do
+    [ ! -f "$prefix/include/gtest/gtest.h" ] || return 0
+  done
+  debian="$debian libgtest-dev"
+  brew="$brew googletest"
+}
+
+for group in "$@"; do
+  case "$group" in
+    build)
+      need c++ g++ -
+      need cmake cmake cmake
+      need ninja ninja-build ninja
+      need python3 python3 -
+      need curl curl -
+      need openssl openssl -
+      need xxd xxd -
+      ;;
+    test)
+      need_googletest
+      ;;
+    check)
+      need clang++ clang -
+      need clang-format clang-format clang-format
+      need clang-tidy clang-tidy llvm
+      need shellcheck shellcheck shellcheck
+      need pyflakes3 pyflakes3 -
+      need mandoc mandoc -
+      need zsh zsh -
+      need fish fish fish
+      need busybox busybox-static -
+      need gcovr gcovr gcovr
+      need npm npm node
+      ;;
+  esac
+done
+
+case "$(uname)" in
+  Darwin)
+    if ! xcode-select -p >/dev/null 2>&1; then
+      echo "Missing the Xcode command-line tools. Run: xcode-select --install" >&2
+      exit 1
+    fi
+    [ -n "$brew" ] || exit 0
+    if ! command -v brew >/dev/null 2>&1; then
+      echo "Missing:$brew. Install Homebrew (https://brew.sh) and run this again." >&2
+      exit 1
+    fi
+    echo "Installing with brew:$brew"
+    # shellcheck disable=SC2086
+    brew install --quiet $brew
+    ;;
+  *)
+    [ -n "$debian" ] || exit 0
+    if ! command -v apt-get >/dev/null 2>&1; then
+      echo "Missing:$debian (Debian's names). Install them with your system's packages." >&2
+      exit 1
+    fi
+    sudo=''
+    [ "$(id -u)" = 0 ] || sudo=sudo
+    echo "Installing with apt:$debian"
+    export DEBIAN_FRONTEND=noninteractive
+    $sudo apt-get update -qq
+    # shellcheck disable=SC2086
+    $sudo apt-get install -y -qq --no-install-recommends $debian >/dev/null
+    ;;
+esac
