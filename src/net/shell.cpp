@@ -1,9 +1,39 @@
 #include "net/shell.hpp"
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdio>
+#include <deque>
+#include <string_view>
 
 namespace morvane::connector {
+namespace {
+
+// Everything `pipe` gives, which may be tens of megabytes. It is gathered in pieces and each is
+// freed as it is joined, so that the text never stands in memory twice.
+std::string read_all(std::FILE* pipe) {
+  constexpr std::size_t room_for_envelope = 256;
+  std::deque<std::string> pieces;
+  std::size_t total = 0;
+  std::array<char, 4096> chunk{};
+  while (std::fgets(chunk.data(), static_cast<int>(chunk.size()), pipe) != nullptr) {
+    const std::string_view text = chunk.data();
+    if (pieces.empty() || pieces.back().capacity() - pieces.back().size() < text.size()) {
+      pieces.emplace_back().reserve(std::max(chunk.size(), total / 8));
+    }
+    pieces.back() += text;
+    total += text.size();
+  }
+  std::string output;
+  output.reserve(total + room_for_envelope);
+  for (; !pieces.empty(); pieces.pop_front()) {
+    output += pieces.front();
+  }
+  return output;
+}
+
+}  // namespace
 
 std::string shell_escape(const std::string& value) {
   std::string word = "'";
@@ -26,10 +56,7 @@ CommandOutput run_command(const std::string& command) {
     result.error = "popen failed";
     return result;
   }
-  std::array<char, 4096> chunk{};
-  while (std::fgets(chunk.data(), static_cast<int>(chunk.size()), pipe) != nullptr) {
-    result.output += chunk.data();
-  }
+  result.output = read_all(pipe);
   const int status = pclose(pipe);
   const bool exited = (status & 0x7f) == 0;
   result.exit_code = exited ? (status >> 8) & 0xff : status;
