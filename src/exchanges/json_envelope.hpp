@@ -8,8 +8,8 @@ namespace morvane::connector {
 // {"status":"ok",...,"body":<body>} around an exchange's raw answer, which is neither parsed nor
 // escaped. The answer may be large, so it is wrapped in place: pass it with std::move.
 inline std::string ok_json(const std::string& exchange, const std::string& kind, std::string body) {
-  body.insert(0, "{\"status\":\"ok\",\"exchange\":\"" + exchange + "\",\"kind\":\"" + kind +
-                     "\",\"body\":");
+  body.insert(
+      0, R"({"status":"ok","exchange":")" + exchange + R"(","kind":")" + kind + R"(","body":)");
   body += '}';
   return body;
 }

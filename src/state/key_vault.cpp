@@ -1,29 +1,18 @@
 #include "state/key_vault.hpp"
 
 #include <algorithm>
-#include <cstddef>
 #include <filesystem>
 #include <sstream>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "net/shell.hpp"
-#include "net/text.hpp"
 #include "state/private_file.hpp"
-#include "state/record_text.hpp"
 
 namespace morvane::connector {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr RecordFields<StoredCredential, 4> credential_fields = {{
-    {"exchange", &StoredCredential::exchange},
-    {"api_key", &StoredCredential::api_key},
-    {"api_secret", &StoredCredential::api_secret},
-    {"passphrase", &StoredCredential::passphrase},
-}};
 
 // The id as a file name and keychain account can hold it.
 std::string sanitize_exchange(std::string exchange) {
@@ -31,34 +20,6 @@ std::string sanitize_exchange(std::string exchange) {
       exchange.begin(), exchange.end(),
       [](char byte) { return byte == '/' || byte == '\\' || byte == ' '; }, '_');
   return exchange;
-}
-
-// The value of a hex digit, or -1.
-int hex_value(char digit) {
-  const auto position = std::string_view("0123456789abcdef0123456789ABCDEF").find(digit);
-  return position == std::string_view::npos ? -1 : static_cast<int>(position % 16);
-}
-
-// `security find-generic-password -w` prints a password that holds a non-printable byte (our line
-// feeds) as hex digits alone. Anything but an even, non-zero number of them is text already.
-std::string decode_hex_password(const std::string& output) {
-  const std::string digits = trim(output);
-  const bool is_hex =
-      std::all_of(digits.begin(), digits.end(), [](char digit) { return hex_value(digit) >= 0; });
-  if (digits.empty() || digits.size() % 2 != 0 || !is_hex) {
-    return output;
-  }
-  std::string text;
-  for (std::size_t i = 0; i < digits.size(); i += 2) {
-    text += static_cast<char>(hex_value(digits[i]) * 16 + hex_value(digits[i + 1]));
-  }
-  return text;
-}
-
-StoredCredential parse_credential(const std::string& text) {
-  StoredCredential credential;
-  from_text(text, credential_fields, credential);
-  return credential;
 }
 
 }  // namespace
@@ -74,7 +35,7 @@ KeyVault::KeyVault(std::string root, std::string security_tool)
 }
 
 bool KeyVault::save(const StoredCredential& credential) {
-  const std::string text = to_text(credential, credential_fields);
+  const std::string text = to_credential_text(credential);
   // The keychain's copy has no line feed after its last line.
   const std::string payload = text.substr(0, text.size() - 1);
   const CommandOutput result =
@@ -94,7 +55,7 @@ std::optional<StoredCredential> KeyVault::load(const std::string& exchange) cons
       run_command(security_command("find-generic-password", exchange) + " -w");
   if (result.exit_code == 0) {
     // Meant: the keychain's answer counts even with empty fields; the file is not asked then.
-    StoredCredential credential = parse_credential(decode_hex_password(result.output));
+    StoredCredential credential = parse_credential_text(decode_keychain_output(result.output));
     if (credential.exchange.empty()) {
       credential.exchange = exchange;
     }
@@ -104,7 +65,7 @@ std::optional<StoredCredential> KeyVault::load(const std::string& exchange) cons
   if (!text) {
     return std::nullopt;
   }
-  return parse_credential(*text);
+  return parse_credential_text(*text);
 }
 
 bool KeyVault::remove(const std::string& exchange) {

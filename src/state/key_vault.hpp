@@ -4,15 +4,9 @@
 #include <string>
 #include <vector>
 
-namespace morvane::connector {
+#include "state/credential_text.hpp"
 
-// One exchange's API credential.
-struct StoredCredential {
-  std::string exchange;  // the id as the user gave it
-  std::string api_key;
-  std::string api_secret;
-  std::string passphrase;  // empty for exchanges that have none
-};
+namespace morvane::connector {
 
 // Keeps one credential per exchange: in the login keychain through the macOS security tool, and
 // where that tool refuses, in a plain-text file of the owner's alone in the vault folder.
