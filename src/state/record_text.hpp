@@ -28,7 +28,7 @@ std::string to_text(const Record& record, const RecordFields<Record, Count>& fie
   for (const RecordField<Record>& field : fields) {
     text.append(field.key).append("=");
     if (const auto* flag = std::get_if<bool Record::*>(&field.member)) {
-      text += record.**flag ? "1" : "0";
+      text += record.*(*flag) ? "1" : "0";
     } else {
       text += record.*std::get<std::string Record::*>(field.member);
     }
@@ -55,7 +55,7 @@ void from_text(std::string_view text, const RecordFields<Record, Count>& fields,
         continue;
       }
       if (const auto* flag = std::get_if<bool Record::*>(&field.member)) {
-        record.** flag = value == "1";
+        record.*(*flag) = value == "1";
       } else {
         record.*std::get<std::string Record::*>(field.member) = value;
       }
