@@ -21,6 +21,12 @@ need_googletest() {
   brew="$brew googletest"
 }
 
+# The sanitizers and the fuzzer that clang links, a package of their own on Debian.
+need_clang_runtime() {
+  set -- /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a
+  [ -e "$1" ] || debian="$debian libclang-rt-dev"
+}
+
 for group in "$@"; do
   case "$group" in
     build)
@@ -46,6 +52,8 @@ for group in "$@"; do
       need fish fish fish
       need busybox busybox-static -
       need gcovr gcovr gcovr
+      need llvm-objdump llvm -
+      need_clang_runtime
       need npm npm node
       ;;
   esac
@@ -76,8 +84,8 @@ case "$(uname)" in
     [ "$(id -u)" = 0 ] || sudo=sudo
     echo "Installing with apt:$debian"
     export DEBIAN_FRONTEND=noninteractive
-    $sudo apt-get update -qq
+    $sudo apt-get -o DPkg::Lock::Timeout=300 update -qq
     # shellcheck disable=SC2086
-    $sudo apt-get install -y -qq --no-install-recommends $debian >/dev/null
+    $sudo apt-get -o DPkg::Lock::Timeout=300 install -y -qq --no-install-recommends $debian >/dev/null
     ;;
 esac

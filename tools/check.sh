@@ -1,0 +1,57 @@
+#!/bin/sh
+# Everything that ./dev test does not: style, linters, both compilers, sanitizers, coverage, other
+# shells, both kinds of Mac, reproducibility. Stops at the first thing that is wrong.
+set -eu
+
+step() { printf '\n== %s\n' "$*"; }
+
+mac=false
+[ "$(uname)" != Darwin ] || mac=true
+
+step "Formatting"
+find src tests '(' -name '*.cpp' -o -name '*.hpp' ')' -print0 | xargs -0 clang-format --dry-run -Werror
+
+step "Shell scripts"
+shellcheck dev .ci/run tools/*.sh packaging/write_manifest
+
+step "Python"
+if command -v pyflakes3 >/dev/null; then
+  pyflakes3 sandbox tests tools src/exchanges/probes
+else
+  python3 -m compileall -q sandbox tests tools src/exchanges/probes
+fi
+
+step "Clang, warnings are errors"
+tools/build.sh clang
+
+step "clang-tidy"
+find src -name '*.cpp' -print0 | xargs -0 -P "$(getconf _NPROCESSORS_ONLN)" -n 6 \
+  clang-tidy -p build/clang --quiet 2>build/clang-tidy.log
+
+if ! $mac; then
+  step "GCC, warnings are errors"
+  tools/build.sh debug
+fi
+
+step "Every test under AddressSanitizer and UndefinedBehaviorSanitizer, with coverage"
+tools/build.sh sanitize
+find build/sanitize -name '*.gcda' -delete
+ctest --preset sanitize
+if ! $mac; then
+  tools/coverage.sh
+  for shell in bash busybox dash; do
+    step "Every test where sh is $shell"
+    status=0
+    tools/with_shell.sh "$shell" ctest --preset debug || status=$?
+    [ "$status" != 77 ] || echo "Skipped: this system allows no mount namespace of one's own."
+    [ "$status" = 0 ] || [ "$status" = 77 ]
+  done
+  step "Two release builds"
+  tools/reproducible.sh
+  step "Both kinds of Mac"
+  tools/cross_compile.sh
+  step "Fuzzing, briefly"
+  tools/fuzz.sh 5
+fi
+
+step "All checks passed."
