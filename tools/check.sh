@@ -8,8 +8,18 @@ step() { printf '\n== %s\n' "$*"; }
 mac=false
 [ "$(uname)" != Darwin ] || mac=true
 
+# version_14 TOOL : whether this is the release whose verdict counts; another would judge otherwise.
+version_14() {
+  "$1" --version | grep -q 'version 14\.' && return
+  echo "Skipped: the committed settings are for release 14 of $1."
+  return 1
+}
+
 step "Formatting"
-find src tests '(' -name '*.cpp' -o -name '*.hpp' ')' -print0 | xargs -0 clang-format --dry-run -Werror
+if version_14 clang-format; then
+  find src tests '(' -name '*.cpp' -o -name '*.hpp' ')' -print0 |
+    xargs -0 clang-format --dry-run -Werror
+fi
 
 step "Shell scripts"
 shellcheck dev .ci/run tools/*.sh packaging/write_manifest
@@ -21,16 +31,21 @@ else
   python3 -m compileall -q sandbox tests tools src/exchanges/probes
 fi
 
-step "Clang, warnings are errors"
+step "Workflows"
+tools/node_tools.sh
+node tools/lint_workflows.mjs
+
+step "The system's compiler, and Clang: warnings are errors"
+tools/build.sh debug
 tools/build.sh clang
 
-step "clang-tidy"
-find src -name '*.cpp' -print0 | xargs -0 -P "$(getconf _NPROCESSORS_ONLN)" -n 6 \
-  clang-tidy -p build/clang --quiet 2>build/clang-tidy.log
+step "Manual"
+mandoc -T lint build/debug/packaging/morvane-connector.1
 
-if ! $mac; then
-  step "GCC, warnings are errors"
-  tools/build.sh debug
+step "clang-tidy"
+if version_14 clang-tidy; then
+  find src -name '*.cpp' -print0 | xargs -0 -P "$(getconf _NPROCESSORS_ONLN)" -n 6 \
+    clang-tidy -p build/clang --quiet 2>build/clang-tidy.log
 fi
 
 step "Every test under AddressSanitizer and UndefinedBehaviorSanitizer, with coverage"

