@@ -46,12 +46,13 @@ std::ofstream open_private(const std::string& path, std::ios::openmode mode) {
 
 std::optional<std::string> read_file(const std::string& path) {
   const std::ifstream file(path, std::ios::binary);
-  std::ostringstream content;
-  // A directory opens like a file and only fails to be read; inserting its buffer catches that.
-  content << file.rdbuf();
-  if (!file.is_open() || content.bad()) {
+  std::error_code ignored;
+  // A directory opens like a file and only fails to be read.
+  if (!file.is_open() || fs::is_directory(path, ignored)) {
     return std::nullopt;
   }
+  std::ostringstream content;
+  content << file.rdbuf();
   return std::move(content).str();
 }
 

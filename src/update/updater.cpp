@@ -132,9 +132,12 @@ std::string Updater::download() const {
                         {"note", json_string("already_on_latest_version")}});
   }
   const std::string image = latest_download_target(app_root_, version);
-  const CommandOutput result = run_command("curl -sS --fail --max-time 300 -L " +
-                                           shell_escape(image_url) + " -o " + shell_escape(image));
-  if (result.exit_code != 0) {
+  // curl would take an address that begins with "-" for one of its options.
+  const bool downloaded = image_url.front() != '-' &&
+                          run_command("curl -sS --fail --max-time 300 -L " +
+                                      shell_escape(image_url) + " -o " + shell_escape(image))
+                                  .exit_code == 0;
+  if (!downloaded) {
     return json_object({{"status", json_string("error")},
                         {"reason", json_string("update_download_failed")},
                         {"latest_version", json_string(version)},

@@ -71,7 +71,7 @@ ExchangeRequest close(const LimitOrder& order) {
   return limit_order(order, order.side == "buy" ? "sell" : "buy", R"(,"reduceOnly":true)");
 }
 
-// Meant: OKX takes no start here; the platform reads its latest funding bills whatever the period.
+// Meant: no start is asked for; the platform reads the latest funding bills whatever the period.
 ExchangeRequest funding(const std::string& symbol, int /*lookback_minutes*/,
                         std::int64_t /*now_ms*/) {
   return get("/api/v5/account/bills",
