@@ -1,9 +1,8 @@
 """Asks KuCoin Futures about the key as version 2 and as version 3; prints a JSON array."""
 import sys
 
-if not sys.path[0]:
-    # python3 -c searches the caller's folder first; no module from there may run beside the keys.
-    del sys.path[0]
+# python3 -c searches the caller's folder too; no module from there may run beside the keys.
+sys.path = [folder for folder in sys.path if folder]
 
 import base64
 import hashlib

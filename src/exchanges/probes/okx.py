@@ -1,9 +1,8 @@
 """Asks each of OKX's sites about the key and prints all answers as one JSON array."""
 import sys
 
-if not sys.path[0]:
-    # python3 -c searches the caller's folder first; no module from there may run beside the keys.
-    del sys.path[0]
+# python3 -c searches the caller's folder too; no module from there may run beside the keys.
+sys.path = [folder for folder in sys.path if folder]
 
 import base64
 import hashlib
