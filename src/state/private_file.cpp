@@ -34,6 +34,10 @@ void create_private_directories(const std::string& path) {
 
 void make_private(const std::string& path) {
   std::error_code ignored;
+  // A name that leads to a device, say, is not ours to narrow.
+  if (!fs::is_regular_file(path, ignored) && !fs::is_directory(path, ignored)) {
+    return;
+  }
   fs::permissions(path, fs::perms::group_all | fs::perms::others_all, fs::perm_options::remove,
                   ignored);
 }

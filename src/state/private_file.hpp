@@ -12,8 +12,8 @@ namespace morvane::connector {
 // Throws std::filesystem::filesystem_error when it cannot be created.
 void create_private_directories(const std::string& path);
 
-// Takes every right of group and others from `path`. Failures are ignored: the file is then
-// somebody else's, and reading or writing it says so.
+// Takes every right of group and others from `path` if it is a file or a folder. Failures are
+// ignored: it is then somebody else's, and reading or writing it says so.
 void make_private(const std::string& path);
 
 // Opens `path` for writing (`mode` is std::ios::trunc or std::ios::app). A new file has mode 0600
