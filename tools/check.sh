@@ -2,6 +2,7 @@
 # Everything that ./dev test does not: style, linters, both compilers, sanitizers, coverage, other
 # shells, both kinds of Mac, reproducibility. Stops at the first thing that is wrong.
 set -eu
+export MORVANE_REQUIRE_SHELLS=1
 
 step() { printf '\n== %s\n' "$*"; }
 

@@ -14,7 +14,7 @@ version=$(sed -n 's/^project(.*VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 compile() {
   # One call for all files: starting the toolchain costs more than compiling one.
   find src -name '*.cpp' -print0 | xargs -0 "$zig" c++ -target "$1-macos" -std=c++20 -Os -DNDEBUG \
-    -Wall -Wextra -Werror -Isrc -Ibuild/release/generated "-DMORVANE_VERSION=\"$version\"" \
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -Isrc -Ibuild/release/generated "-DMORVANE_VERSION=\"$version\"" \
     '-DMORVANE_RELAY_URL="https://relay.morvane.example"' \
     '-DMORVANE_DOWNLOAD_URL="https://download.morvane.example"' -o "build/morvane-connector.$1"
 }
