@@ -1,18 +1,11 @@
-"""What `cmake --install` and cpack make of the build that the binary under test lies in."""
+"""What `cmake --install` makes of the build that the binary under test lies in, and the manual."""
 
-from __future__ import annotations
-
-import os
 import re
 import stat
-import subprocess
-import tarfile
-import unittest
-from pathlib import Path
-from typing import Set
 
-from tests.packaging.helpers import PACKAGING, ROOT, Folder, connector
+from tests.packaging.helpers import PACKAGING, ROOT, Folder, need
 
+PAGE = PACKAGING / "morvane-connector.1.in"
 FILES = {
     "bin/morvane-connector",
     "share/man/man1/morvane-connector.1",
@@ -20,79 +13,55 @@ FILES = {
     "share/zsh/site-functions/_morvane-connector",
     "share/fish/vendor_completions.d/morvane-connector.fish",
 }
-FROM = {
-    "share/bash-completion/completions/morvane-connector": "completions/morvane-connector.bash",
-    "share/zsh/site-functions/_morvane-connector": "completions/_morvane-connector",
-    "share/fish/vendor_completions.d/morvane-connector.fish": "completions/morvane-connector.fish",
-}
-
-
-def expected() -> Set[str]:
-    return FILES | {f"share/doc/morvane-connector/{name}"
-                    for name in ("README.md", "CHANGELOG.md", "LICENSE")
-                    if (ROOT / name).exists()}
-
-
-def cached(name: str) -> str:
-    """A value that this build was configured with."""
-    cache = (connector().parent / "CMakeCache.txt").read_text(encoding="utf-8")
-    value = re.search(rf"^{re.escape(name)}:\w+=(.*)$", cache, flags=re.MULTILINE)
-    assert value, f"{name} is not in the cache of the build"
-    return value[1]
 
 
 class Install(Folder):
-    def run_tool(self, *argv: str) -> None:
-        done = subprocess.run(argv, env=self.env(), stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                              check=False)
-        self.assertEqual(done.returncode, 0, done.stdout)
-
-    def install(self) -> Path:
-        prefix = self.folder / "prefix"
-        self.run_tool(cached("CMAKE_COMMAND"), "--install", str(connector().parent), "--prefix",
-                      str(prefix))
-        return prefix
+    def setUp(self):
+        super().setUp()
+        cache = (self.binary.parent / "CMakeCache.txt").read_text(encoding="utf-8")
+        self.cached = dict(re.findall(r"^(\w+):\w+=(.*)$", cache, flags=re.MULTILINE))
+        self.prefix = self.folder / "prefix"
+        done = self.run_tool(self.cached["CMAKE_COMMAND"], "--install", self.binary.parent,
+                             "--prefix", self.prefix)
+        self.assertEqual(done.returncode, 0, done.stderr)
 
     def test_exactly_these_files_are_installed(self):
-        prefix = self.install()
-        installed = {str(path.relative_to(prefix)) for path in prefix.rglob("*")
-                     if not path.is_dir()}
-        self.assertEqual(installed, expected())
-        for name in installed:
-            mode = stat.S_IMODE((prefix / name).stat().st_mode)
-            self.assertEqual(mode, 0o755 if name.startswith("bin/") else 0o644, name)
-        for name, source in FROM.items():
-            self.assertEqual((prefix / name).read_bytes(), (PACKAGING / source).read_bytes())
+        documents = {f"share/doc/morvane-connector/{name}"
+                     for name in ("README.md", "CHANGELOG.md", "LICENSE") if (ROOT / name).exists()}
+        modes = {str(path.relative_to(self.prefix)): stat.S_IMODE(path.stat().st_mode)
+                 for path in self.prefix.rglob("*") if not path.is_dir()}
+        self.assertEqual(modes, {name: 0o755 if name.startswith("bin/") else 0o644
+                                 for name in FILES | documents})
 
     def test_the_installed_program_runs(self):
-        done = self.run_connector("status", binary=self.install() / "bin" / "morvane-connector")
+        done = self.run_tool(self.prefix / "bin" / "morvane-connector", "status")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         self.assertTrue(done.stdout.startswith("connector_health=pairing_required\n"), done.stdout)
-        self.assertTrue((self.home / ".morvane-connector" / "device_identity.env").exists())
 
-    def test_page_and_formula_carry_the_version_of_the_project(self):
-        version = cached("CMAKE_PROJECT_VERSION")
-        page = (self.install() / "share/man/man1/morvane-connector.1").read_text(encoding="utf-8")
+    def test_the_page_carries_the_version_of_the_project(self):
+        page = (self.prefix / "share/man/man1/morvane-connector.1").read_text(encoding="utf-8")
+        version = self.cached["CMAKE_PROJECT_VERSION"]
         self.assertIn(f"This page describes version {version}.", page)
-        formula = (connector().parent / "packaging/morvane-connector.rb").read_text(encoding="utf-8")
-        self.assertIn(f"/morvane-connector-{version}.tar.gz\"", formula)
-        for text in (page, formula):
-            self.assertEqual(re.findall(r"@\w*@", text), [])
-
-    def test_the_archive_holds_the_same_files_under_one_folder(self):
-        build = connector().parent
-        self.run_tool(cached("CMAKE_CPACK_COMMAND"), "-G", "TGZ", "-B", str(self.folder / "out"),
-                      "--config", str(build / "CPackConfig.cmake"))
-        uname = os.uname()
-        name = "-".join(("morvane-connector", cached("CMAKE_PROJECT_VERSION"),
-                         uname.sysname.lower(), uname.machine.lower()))
-        archives = list((self.folder / "out").glob("*.tar.gz"))
-        self.assertEqual([archive.name for archive in archives], [f"{name}.tar.gz"])
-        with tarfile.open(archives[0]) as archive:
-            packed = {member.name for member in archive.getmembers() if not member.isdir()}
-        self.assertEqual(packed, {f"{name}/{file}" for file in expected()})
 
 
-if __name__ == "__main__":
-    unittest.main()
+class Manual(Folder):
+    def test_every_command_is_described_with_its_arguments(self):
+        expected = []
+        for command in self.commands():
+            usage = self.run_tool(self.binary, command).stderr
+            # A command without arguments has run, without a network.
+            expected.append(usage.strip()[len("usage: morvane-connector "):] or command)
+        described = []
+        for item in re.findall(r"^\.It Ic (.*)$", PAGE.read_text(encoding="utf-8"), re.MULTILINE):
+            item = re.sub(r"Op Ar (\S+)", r"[\1]", item)
+            described.append(re.sub(r"(?<= )(\w+)(?= |$)", r"<\1>", item.replace(" Ar", "")))
+        self.assertEqual(sorted(described), sorted(expected))
+
+    def test_mandoc_finds_nothing_to_mend_and_would_find_a_mistake(self):
+        need("mandoc")
+        done = self.run_tool("mandoc", "-T", "lint", PAGE)
+        self.assertEqual((done.returncode, done.stdout), (0, ""))
+        mistaken = self.folder / "page.1"
+        mistaken.write_text(PAGE.read_text(encoding="utf-8").replace(".El", ".Ell", 1),
+                            encoding="utf-8")
+        self.assertIn("ERROR", self.run_tool("mandoc", "-T", "lint", mistaken).stdout)
