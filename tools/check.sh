@@ -56,9 +56,11 @@ ctest --preset sanitize
 if ! $mac; then
   tools/coverage.sh
   for shell in bash busybox dash; do
-    step "Every test where sh is $shell"
+    # The system's own was the shell of ./dev test.
+    [ "$(readlink -f "$(command -v "$shell")")" != "$(readlink -f /bin/sh)" ] || continue
+    step "Every test of the program where sh is $shell"
     status=0
-    tools/with_shell.sh "$shell" ctest --preset debug || status=$?
+    tools/with_shell.sh "$shell" ctest --preset debug -E packaging || status=$?
     [ "$status" != 77 ] || echo "Skipped: this system allows no mount namespace of one's own."
     [ "$status" = 0 ] || [ "$status" = 77 ]
   done
