@@ -122,8 +122,9 @@ def check_floor(env: Dict[str, str], script: str) -> None:
 
 def okx_probe() -> str:
     """The probe as the connector composes it."""
-    with open("src/exchanges/probes/okx.py", encoding="utf-8") as file:
-        script = file.read()
+    script, shared = (open("src/exchanges/probes/" + name, encoding="utf-8").read()
+                      for name in ("okx.py", "answer.py"))
+    script = script.replace("from answer import answer\n", shared)
     values = {"api_key": "demo-okx-key", "api_secret": "demo-okx-secret",
               "passphrase": "demo-passphrase", "global_site": "https://www.okx.com",
               "eea_site": "https://eea.okx.com", "us_site": "https://us.okx.com"}

@@ -8,7 +8,8 @@ import hashlib
 import hmac
 import json
 import time
-import urllib.request
+
+from answer import answer
 
 api_key = ''
 api_secret = ''
@@ -21,19 +22,6 @@ def signed_query():
     query = 'timestamp=' + str(int(time.time() * 1000))
     signature = hmac.new(api_secret.encode(), query.encode(), hashlib.sha256).hexdigest()
     return query + '&signature=' + signature
-
-
-def answer(url, headers):
-    try:
-        request = urllib.request.Request(url, headers=headers)
-        with urllib.request.urlopen(request, timeout=15) as response:
-            return response.read().decode(errors='replace')
-    except ValueError:
-        # The exception's own text would hold the credential.
-        return 'a credential holds a character that no header can carry'
-    except Exception as error:
-        body = error.read().decode(errors='replace') if hasattr(error, 'read') else ''
-        return body or str(error)
 
 
 print(json.dumps([

@@ -8,8 +8,9 @@ import base64
 import hashlib
 import hmac
 import json
-import urllib.request
 from datetime import datetime, timezone
+
+from answer import answer
 
 api_key = ''
 api_secret = ''
@@ -38,19 +39,6 @@ def signed_headers(path):
         'Content-Type': 'application/json',
         'User-Agent': 'okx-api-client/1.0',
     }
-
-
-def answer(url, headers):
-    try:
-        request = urllib.request.Request(url, headers=headers)
-        with urllib.request.urlopen(request, timeout=15) as response:
-            return response.read().decode(errors='replace')
-    except ValueError:
-        # The exception's own text would hold the credential.
-        return 'a credential holds a character that no header can carry'
-    except Exception as error:
-        body = error.read().decode(errors='replace') if hasattr(error, 'read') else ''
-        return body or str(error)
 
 
 print(json.dumps([
