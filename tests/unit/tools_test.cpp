@@ -247,10 +247,18 @@ TEST(RunPython, what_was_printed_comes_back_trimmed_and_a_failure_gives_nothing)
 }
 
 TEST(States, are_printed_by_their_names_and_anything_else_as_unknown) {
-  EXPECT_EQ(to_string(ExchangeConnectionStatus::error), "error");
-  for (const int value : {-1, 7, 2147483647}) {
-    EXPECT_EQ(to_string(static_cast<ConnectorHealth>(value)), "unknown");
-    EXPECT_EQ(to_string(static_cast<ExchangeConnectionStatus>(value)), "unknown");
+  int value = 0;
+  for (const char* name : {"starting", "pairing_required", "ready", "degraded", "error"}) {
+    EXPECT_EQ(to_string(static_cast<ConnectorHealth>(value++)), name);
+  }
+  value = 0;
+  for (const char* name : {"not_configured", "configured", "validating", "valid_read_only",
+                           "valid_trade_ready", "invalid", "error"}) {
+    EXPECT_EQ(to_string(static_cast<ExchangeConnectionStatus>(value++)), name);
+  }
+  for (const int outside : {-1, 7, 2147483647}) {
+    EXPECT_EQ(to_string(static_cast<ConnectorHealth>(outside)), "unknown");
+    EXPECT_EQ(to_string(static_cast<ExchangeConnectionStatus>(outside)), "unknown");
   }
 }
 
