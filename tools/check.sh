@@ -11,7 +11,7 @@ mac=false
 
 # version_14 TOOL : whether this is the release whose verdict counts; another would judge otherwise.
 version_14() {
-  "$1" --version | grep -q 'version 14\.' && return
+  "$1" --version 2>/dev/null | grep -q 'version 14\.' && return
   echo "Skipped: the committed settings are for release 14 of $1."
   return 1
 }
@@ -29,7 +29,8 @@ step "Python"
 if command -v pyflakes3 >/dev/null; then
   pyflakes3 sandbox tests tools src/exchanges/probes
 else
-  python3 -m compileall -q sandbox tests tools src/exchanges/probes
+  find sandbox tests tools src -name '*.py' -print0 |
+    xargs -0 python3 -c 'import ast, sys; [ast.parse(open(name).read()) for name in sys.argv[1:]]'
 fi
 
 step "Workflows"
@@ -58,9 +59,9 @@ if ! $mac; then
   for shell in bash busybox dash; do
     # The system's own was the shell of ./dev test.
     [ "$(readlink -f "$(command -v "$shell")")" != "$(readlink -f /bin/sh)" ] || continue
-    step "Every test of the program where sh is $shell"
+    step "Every test where sh is $shell"
     status=0
-    tools/with_shell.sh "$shell" ctest --preset debug -E packaging || status=$?
+    tools/with_shell.sh "$shell" ctest --preset debug || status=$?
     [ "$status" != 77 ] || echo "Skipped: this system allows no mount namespace of one's own."
     [ "$status" = 0 ] || [ "$status" = 77 ]
   done

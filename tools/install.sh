@@ -43,8 +43,8 @@ for group in "$@"; do
       ;;
     check)
       need clang++ clang -
-      need clang-format clang-format clang-format
-      need clang-tidy clang-tidy llvm
+      need clang-format clang-format -
+      need clang-tidy clang-tidy -
       need shellcheck shellcheck shellcheck
       need pyflakes3 pyflakes3 -
       need mandoc mandoc -

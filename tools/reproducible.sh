@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds the release binary from two copies of the tree in folders of different names and shows
-# that the results are the same to the byte.
+# that the results are the same to the byte, stripped and hardened.
 set -eu
 
 rm -rf build/twice
@@ -12,3 +12,10 @@ done
 cmp build/twice/first/build/release/morvane-connector \
   "build/twice/the second one/build/release/morvane-connector"
 echo "Two builds in different folders are byte-identical."
+
+binary=build/twice/first/build/release/morvane-connector
+readelf -W -h "$binary" | grep -q 'Type: *DYN'
+readelf -W -l "$binary" | grep -q GNU_RELRO
+readelf -W -l "$binary" | grep -q 'GNU_STACK.* RW '
+! readelf -W -S "$binary" | grep -q '[.]symtab'
+echo "They are position-independent, read-only after relocation, without executable stack, stripped."
