@@ -17,5 +17,7 @@ binary=build/twice/first/build/release/morvane-connector
 readelf -W -h "$binary" | grep -q 'Type: *DYN'
 readelf -W -l "$binary" | grep -q GNU_RELRO
 readelf -W -l "$binary" | grep -q 'GNU_STACK.* RW '
-! readelf -W -S "$binary" | grep -q '[.]symtab'
+if readelf -W -S "$binary" | grep '[.]symtab'; then
+  exit 1
+fi
 echo "They are position-independent, read-only after relocation, without executable stack, stripped."
