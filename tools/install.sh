@@ -51,7 +51,7 @@ for group in "$@"; do
       need zsh zsh -
       need fish fish fish
       need busybox busybox-static -
-      need gcovr gcovr gcovr
+      need gcovr gcovr -
       need llvm-objdump llvm -
       need_clang_runtime
       need npm npm node
