@@ -49,7 +49,7 @@ ValidateCredentialsResult ExchangeRegistry::validate_gate(
   const StoredCredential& credential = request.credential;
   const std::string checked_at = iso8601_now();
   const std::string path = "/api/v4/futures/usdt/accounts";
-  // Meant: neither of these two is checked. Left empty, it makes Gate refuse.
+  // Meant: neither of these two is checked; whatever a failed one leaves, Gate refuses it.
   const std::string timestamp = trim(run_command("date +%s").output);
   const std::string empty_body_hash =
       trim(run_command("printf '' | openssl dgst -sha512 -binary | xxd -p -c 256").output);

@@ -23,7 +23,8 @@ SignedRequest sign(const ExchangeRequest& request, const StoredCredential& crede
           .body = request.body};
 }
 
-// KuCoin's contracts end in USDTM, and its Bitcoin is XBT.
+// KuCoin's contracts end in USDTM, and its Bitcoin is XBT. Meant: unguarded, ETHUSDT becomes
+// ETHUSDTUSDTM; the platform always sends BASE_USDT here.
 std::string kucoin_symbol(const std::string& symbol) {
   const std::string base = symbol.substr(0, symbol.find("_USDT"));
   return (base == "BTC" ? "XBT" : base) + "USDTM";
