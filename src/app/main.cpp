@@ -1,3 +1,7 @@
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -5,18 +9,45 @@
 #include "app/command_dispatcher.hpp"
 #include "app/connector_app.hpp"
 #include "hosts.hpp"
+#include "state/private_file.hpp"
 
+namespace {
+
+namespace fs = std::filesystem;
 using morvane::connector::CommandDispatcher;
 using morvane::connector::ConnectorApp;
 
+// For this process and every tool that it starts.
+void keep_to_oneself() {
+  ::umask(S_IRWXG | S_IRWXO);
+  // A caller that ignores this signal would hide from us how a tool ended.
+  std::signal(SIGCHLD, SIG_DFL);
+  // A core file would hold the credential. core(5) of Linux: a limit of 0 does not keep a core from
+  // a program that collects them, a limit of 1 does.
+#ifdef __linux__
+  constexpr rlimit no_core{.rlim_cur = 1, .rlim_max = 1};
+#else
+  constexpr rlimit no_core{.rlim_cur = 0, .rlim_max = 0};
+#endif
+  ::setrlimit(RLIMIT_CORE, &no_core);
+}
+
+fs::path application_root() {
+  // An empty HOME counts as set: it means the working folder.
+  if (const char* home = std::getenv("HOME")) {
+    return fs::path(home) / ".morvane-connector";
+  }
+  const fs::path root = fs::temp_directory_path() / "morvane-connector";
+  morvane::connector::create_among_strangers(root.string());
+  return root;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  namespace fs = std::filesystem;
-  // An empty variable counts as set: HOME then means the working folder, the relay URL none.
-  const char* home = std::getenv("HOME");
+  keep_to_oneself();
   const char* relay_url = std::getenv("MORVANE_RELAY_URL");
-  const fs::path root = home != nullptr ? fs::path(home) / ".morvane-connector"
-                                        : fs::temp_directory_path() / "morvane-connector";
-  ConnectorApp app(root.string(),
+  ConnectorApp app(application_root().string(),
                    relay_url != nullptr ? relay_url : morvane::connector::hosts::default_relay);
   app.bootstrap();
   return CommandDispatcher(app).run_cli(argc, argv);

@@ -7,9 +7,7 @@
 
 namespace morvane::connector {
 
-ConfigStore::ConfigStore(std::string root) : root_(std::move(root)) {
-  create_private_directories(root_);
-}
+ConfigStore::ConfigStore(std::string root) : root_(std::move(root)) { own_folder(root_); }
 
 std::string ConfigStore::app_root() const { return root_; }
 

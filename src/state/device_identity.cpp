@@ -1,5 +1,6 @@
 #include "state/device_identity.hpp"
 
+#include <filesystem>
 #include <random>
 #include <utility>
 
@@ -46,7 +47,6 @@ DeviceIdentity fresh_identity() {
 DeviceIdentityStore::DeviceIdentityStore(std::string root) : root_(std::move(root)) {}
 
 DeviceIdentity DeviceIdentityStore::load_or_create() {
-  create_private_directories(root_);
   DeviceIdentity identity;
   from_text(read_file(identity_path(root_)).value_or(""), identity_fields, identity);
   // A file that lost its device id belongs to no known installation: nothing of it is kept.
@@ -58,11 +58,8 @@ DeviceIdentity DeviceIdentityStore::load_or_create() {
 }
 
 bool DeviceIdentityStore::save(const DeviceIdentity& identity) const {
-  create_private_directories(root_);
-  std::ofstream file = open_private(identity_path(root_), std::ios::trunc);
-  file << to_text(identity, identity_fields);
-  // Written in one piece; whether the disk took it is not asked, as callers only need the open.
-  return file.is_open();
+  std::filesystem::create_directories(root_);
+  return replace_file(identity_path(root_), to_text(identity, identity_fields));
 }
 
 }  // namespace morvane::connector

@@ -26,12 +26,7 @@ std::string sanitize_exchange(std::string exchange) {
 
 KeyVault::KeyVault(std::string root, std::string security_tool)
     : root_(std::move(root)), security_tool_(std::move(security_tool)) {
-  create_private_directories(root_);
-  make_private(root_);
-  std::error_code ignored;
-  for (const fs::directory_entry& entry : fs::directory_iterator(root_, ignored)) {
-    make_private(entry.path().string());
-  }
+  own_folder(root_);
 }
 
 bool KeyVault::save(const StoredCredential& credential) {
@@ -42,12 +37,10 @@ bool KeyVault::save(const StoredCredential& credential) {
       run_command(security_command("add-generic-password -U", credential.exchange) + " -w " +
                   shell_escape(payload));
   if (result.exit_code == 0) {
-    open_private(index_path(), std::ios::app) << credential.exchange << '\n';
+    append_line(index_path(), credential.exchange);
     return true;
   }
-  std::ofstream file = open_private(fallback_path(credential.exchange), std::ios::trunc);
-  file << text;
-  return file.is_open();
+  return replace_file(fallback_path(credential.exchange), text);
 }
 
 std::optional<StoredCredential> KeyVault::load(const std::string& exchange) const {
@@ -72,8 +65,13 @@ bool KeyVault::remove(const std::string& exchange) {
   // Meant: the keychain item and its index line stay, so a key saved there is still listed and
   // loadable; only its owner takes it out, with the keychain's own tools.
   const std::string path = fallback_path(exchange);
-  std::error_code ignored;
-  return fs::remove(path, ignored) || !fs::exists(path, ignored);
+  std::error_code failed;
+  fs::remove(path, failed);
+  if (!failed || failed == std::errc::filename_too_long) {
+    return true;
+  }
+  // A vault that may not be searched is no proof of absence.
+  return fs::symlink_status(path, failed).type() == fs::file_type::not_found;
 }
 
 std::vector<std::string> KeyVault::list_exchanges() const {

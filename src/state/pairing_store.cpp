@@ -1,5 +1,6 @@
 #include "state/pairing_store.hpp"
 
+#include <filesystem>
 #include <utility>
 
 #include "state/private_file.hpp"
@@ -23,7 +24,7 @@ std::string pairing_path(const std::string& root) { return root + "/pairing.env"
 }  // namespace
 
 PairingStore::PairingStore(std::string root) : root_(std::move(root)) {
-  create_private_directories(root_);
+  std::filesystem::create_directories(root_);
 }
 
 PairingState PairingStore::load() const {
@@ -34,9 +35,7 @@ PairingState PairingStore::load() const {
 }
 
 bool PairingStore::save(const PairingState& state) const {
-  std::ofstream file = open_private(pairing_path(root_), std::ios::trunc);
-  file << to_text(state, pairing_fields);
-  return file.is_open();
+  return replace_file(pairing_path(root_), to_text(state, pairing_fields));
 }
 
 bool PairingStore::set_owner_wallet(const std::string& address) const {

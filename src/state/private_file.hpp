@@ -1,27 +1,33 @@
 #pragma once
 
-#include <fstream>
 #include <optional>
 #include <string>
 
 namespace morvane::connector {
 
-// Files and directories that are the owner's alone, whatever umask the caller runs with.
+// Files and folders that are the owner's alone. New ones get mode 0600 and, under the umask that
+// main() sets, 0700. What stands in a file's place and is no regular file (a folder, a pipe, a
+// device) is no file: it is not waited for, not read, not written and not narrowed.
 
-// Creates `path` and its missing parents with mode 0700. A directory that exists keeps its mode.
-// Throws std::filesystem::filesystem_error when it cannot be created.
-void create_private_directories(const std::string& path);
+// Creates `path` with its missing parents and takes every right of group and others from it and
+// from each file in it; what cannot be narrowed is left, as it is then somebody else's. Throws
+// std::filesystem::filesystem_error when the folder cannot be created.
+void own_folder(const std::string& path);
 
-// Takes every right of group and others from `path` if it is a file or a folder. Failures are
-// ignored: it is then somebody else's, and reading or writing it says so.
-void make_private(const std::string& path);
+// Creates `path`, of which the parent is open to everybody. Throws as above, and also when what
+// is there is a link or belongs to another user.
+void create_among_strangers(const std::string& path);
 
-// Opens `path` for writing (`mode` is std::ios::trunc or std::ios::app). A new file has mode 0600
-// from the moment it exists; a wider one is narrowed before anything is written. The stream is
-// false when the file cannot be opened.
-std::ofstream open_private(const std::string& path, std::ios::openmode mode);
-
-// The whole content of `path`, or nothing when it cannot be read (a directory included).
+// The whole content of `path`, or nothing when it cannot be read.
 std::optional<std::string> read_file(const std::string& path);
+
+// Puts `text`, which ends with a line feed, in the place of the content of `path`; false when the
+// file cannot be opened for writing. Another run that reads meanwhile sees the old lines or the
+// new ones, never some of either, perhaps with empty lines after them. On a full disk the old text
+// stays, and the answer is true.
+bool replace_file(const std::string& path, const std::string& text);
+
+// Adds `line` and a line feed to the end of `path`, if it can be opened.
+void append_line(const std::string& path, const std::string& line);
 
 }  // namespace morvane::connector

@@ -58,6 +58,11 @@ std::string manifest_invalid(const std::string& manifest_url, const std::string&
                       {"manifest", manifest}});
 }
 
+// curl takes a text that begins with "-" for an option, and braces and brackets for many addresses.
+bool is_one_address(const std::string& url) {
+  return url.front() != '-' && url.find_first_of("{}[]") == std::string::npos;
+}
+
 // Leaves a whole copy of `image` as `latest`, or none.
 void keep_as_latest(const std::string& image, const std::string& latest) {
   std::error_code failed;
@@ -85,7 +90,7 @@ Updater::Updater(std::string app_root, std::string manifest_url, std::string cur
     : app_root_(std::move(app_root)),
       manifest_url_(std::move(manifest_url)),
       current_version_(std::move(current_version)) {
-  create_private_directories(updates_dir_for(app_root_));
+  own_folder(updates_dir_for(app_root_));
 }
 
 std::string Updater::check() const {
@@ -132,8 +137,7 @@ std::string Updater::download() const {
                         {"note", json_string("already_on_latest_version")}});
   }
   const std::string image = latest_download_target(app_root_, version);
-  // curl would take an address that begins with "-" for one of its options.
-  const bool downloaded = image_url.front() != '-' &&
+  const bool downloaded = is_one_address(image_url) &&
                           run_command("curl -sS --fail --max-time 300 -L " +
                                       shell_escape(image_url) + " -o " + shell_escape(image))
                                   .exit_code == 0;

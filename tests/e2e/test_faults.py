@@ -123,17 +123,19 @@ class Disk(FaultTest):
             resource.setrlimit(resource.RLIMIT_FSIZE, (room, most))
         return self.answer(*arguments, preexec_fn=limit)
 
-    def test_a_full_disk_loses_what_is_written_anew_but_not_the_latest_image(self):
-        room = IDENTITY.index("Mac\n")
-        for arguments, room, printed, name, left in (
-                (["status"], room, "", "device_identity.env", IDENTITY[:room]),
-                (["status"], 0, "device_label=My \nplatform=\n", "device_identity.env", ""),
-                (["set-wallet", "0xabc"], 0, "pairing_status=unpaired\n", "pairing.env", ""),
+    def test_a_full_disk_leaves_the_old_text_and_the_latest_image(self):
+        device = IDENTITY.replace("=1\n", "=1")  # without its last line feed it is to be rewritten
+        for arguments, room, printed, name, old in (
+                (["status"], 0, "device_label=My Mac\n", "device_identity.env", device),
+                (["set-wallet", "0xabc"], 10, "pairing_status=bound\n", "pairing.env",
+                 "pairing_status=bound\nowner_wallet_address=" + "0" * 200 + "\n"),
+                (["set-wallet", "0xabc"], 0, "pairing_status=\n", "pairing.env",
+                 "pairing_status=\n"),
                 (["validate", *demo_key("bybit")], 0, "credentials_saved=true\n",
-                 "vault/bybit.vault", "")):
+                 "vault/bybit.vault", "api_key=old\n")):
+            self.write(name, old)
             self.assertIn(printed, self.on_full_disk(*arguments, room=room))
-            self.assertEqual(left, self.read(name))
-        self.assertNotEqual("device:macos:0123456789ab", self.device())
+            self.assertEqual(old, self.read(name))
         self.write(LATEST, "older")
         for room in (0, 64 * 1024):
             self.assertIn('"reason":"update_download_failed"',

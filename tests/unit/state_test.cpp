@@ -3,10 +3,11 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <optional>
 #include <regex>
+#include <set>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -31,56 +32,26 @@ using test::write_file;
 using Words = std::vector<std::string>;
 using Rows = std::vector<std::pair<std::string, std::string>>;
 
-mode_t current_umask() {
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  return mask;
-}
-
-TEST(PrivateFiles, are_their_owners_under_any_umask_and_leave_it_as_it_was) {
-  const mode_t before = current_umask();
-  for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}, mode_t{0777}}) {
-    const TempFolder folder;
-    const std::string root = folder / "a/b";
-    ::umask(mask);
-    {
-      ConnectorApp app(root, "");
-      app.bootstrap();
-      EXPECT_TRUE(app.set_owner_wallet("0xabc"));
-    }
-    for (const auto mode : {std::ios::trunc, std::ios::app}) {
-      fs::remove(root + "/file");
-      std::ofstream file = open_private(root + "/file", mode);
-      EXPECT_EQ(mode_of(root + "/file"), 0600) << "before anything is written";
-      open_private(root + "/no/file", mode);
-    }
-    EXPECT_THROW(create_private_directories(root + "/file"), fs::filesystem_error);
-    EXPECT_EQ(current_umask(), mask);
-    ::umask(before);
-    EXPECT_EQ(mode_of(folder / "a"), 0700) << mask;
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder / "a")) {
-      EXPECT_EQ(mode_of(entry.path()), entry.is_directory() ? 0700 : 0600) << entry.path();
-    }
-    // The root, identity, pairing, vault, updates, and the file made above.
-    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(folder / "a"), {}), 6);
-  }
-}
-
-TEST(PrivateFiles, wider_ones_are_narrowed_and_keep_their_text) {
+TEST(PrivateFiles, wider_ones_are_narrowed) {
   const TempFolder folder;
   const std::string path = folder / "file";
-  for (const auto mode : {std::ios::trunc, std::ios::app}) {
-    write_file(path, "old,");
+  for (const int wide : {0777, 0666}) {
+    write_file(path, "old\n");
+    ::chmod(folder.path().c_str(), 0777);
+    ::chmod(path.c_str(), static_cast<mode_t>(wide));
+    own_folder(folder.path());
+    EXPECT_EQ(mode_of(folder.path()), 0700);
+    EXPECT_EQ(mode_of(path), wide & 0700);
     ::chmod(path.c_str(), 0666);
-    open_private(path, mode) << "new";
+    append_line(path, "new");
+    EXPECT_EQ(file_text(path), "old\nnew\n");
     EXPECT_EQ(mode_of(path), 0600);
-    EXPECT_EQ(file_text(path), mode == std::ios::app ? "old,new" : "new");
+    ::chmod(path.c_str(), 0666);
+    EXPECT_TRUE(replace_file(path, "new\n"));
+    EXPECT_EQ(file_text(path), "new\n");
+    EXPECT_EQ(mode_of(path), 0600);
   }
-  ::chmod(folder.path().c_str(), 0755);
-  ::chmod(path.c_str(), 0644);
-  const KeyVault vault(folder.path());
-  EXPECT_EQ(mode_of(folder.path()), 0700) << "a vault's folder, with whatever lies in it";
-  EXPECT_EQ(mode_of(path), 0600);
+  EXPECT_THROW(own_folder(path), fs::filesystem_error);
 }
 
 TEST(PrivateFiles, are_read_byte_for_byte_and_what_is_no_file_is_none) {
@@ -88,10 +59,31 @@ TEST(PrivateFiles, are_read_byte_for_byte_and_what_is_no_file_is_none) {
   const std::string text = test::every_byte() + std::string(100000, '\0') + "\r\n";
   write_file(folder / "file", text);
   EXPECT_EQ(read_file(folder / "file"), text);
-  for (const std::string& path : {folder.path(), folder / "file/below", folder / "no/file"}) {
-    EXPECT_FALSE(open_private(path, std::ios::trunc).is_open()) << path;
+  ::mkfifo((folder / "pipe").c_str(), 0666);
+  for (const std::string& path :
+       {folder.path(), folder / "file/below", folder / "no/file", folder / "pipe"}) {
+    EXPECT_FALSE(replace_file(path, "text\n")) << path;
     EXPECT_FALSE(read_file(path).has_value()) << path;
   }
+}
+
+TEST(PrivateFiles, a_reader_meets_the_old_lines_or_the_new_ones) {
+  const TempFolder folder;
+  const std::string path = folder / "file";
+  const std::string one = "a=1\n";
+  const std::string other = "b=1\nc=2\nd=3\n";
+  write_file(path, one);
+  std::thread writer([&] {
+    for (int turn = 0; turn < 20000; ++turn) replace_file(path, turn % 2 == 0 ? other : one);
+  });
+  std::set<std::string> met;
+  for (int turn = 0; turn < 20000; ++turn) {
+    std::string text = read_file(path).value_or("(none)");
+    met.insert(text.substr(0, text.find_last_not_of('\n') + 2));
+  }
+  writer.join();
+  EXPECT_LE(met.size(), 2U) << testing::PrintToString(met);
+  for (const std::string& text : met) EXPECT_TRUE(text == one || text == other) << text;
 }
 
 TEST(DeviceIdentityFile, the_first_run_writes_six_lines_and_the_second_leaves_them) {
