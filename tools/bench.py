@@ -122,15 +122,17 @@ def check_floor(env: Dict[str, str], script: str) -> None:
 
 def okx_probe() -> str:
     """The probe as the connector composes it."""
-    script, shared = (open("src/exchanges/probes/" + name, encoding="utf-8").read()
-                      for name in ("okx.py", "answer.py"))
-    script = script.replace("from answer import answer\n", shared)
+    imports, bodies = [], []
+    for name in ("answer.py", "okx.py"):
+        with open("src/exchanges/probes/" + name, encoding="utf-8") as probe:
+            head, body = probe.read().split("\n# The probe:\n")
+        imports += [line for line in head.splitlines() if line.startswith("import ")]
+        bodies.append(body)
     values = {"api_key": "demo-okx-key", "api_secret": "demo-okx-secret",
-              "passphrase": "demo-passphrase", "global_site": "https://www.okx.com",
-              "eea_site": "https://eea.okx.com", "us_site": "https://us.okx.com"}
-    for name, value in values.items():
-        script = script.replace(f"\n{name} = ''\n", f"\n{name} = '{value}'\n")
-    return script
+              "passphrase": "demo-passphrase",
+              "sites": ["https://www.okx.com", "https://eea.okx.com", "https://us.okx.com"]}
+    assignments = [f"{name} = {value!r}" for name, value in values.items()]
+    return "\n".join(["; ".join(imports), *assignments, *bodies])
 
 
 def runner(box: Sandbox, argv: Sequence[str]) -> Callable[[], None]:

@@ -68,7 +68,7 @@ def check_places(chosen: List[Fault]) -> None:
 def prepare_tree(folder: str) -> str:
     shutil.rmtree(folder, ignore_errors=True)
     os.makedirs(folder)
-    for name in ("src", "tests", "sandbox", "packaging", "CMakeLists.txt", "README.md"):
+    for name in ("src", "cmake", "tests", "sandbox", "packaging", "CMakeLists.txt", "README.md"):
         copy = shutil.copytree if os.path.isdir(name) else shutil.copy
         if os.path.exists(name):
             copy(name, os.path.join(folder, name))

@@ -6,7 +6,7 @@ set -eu
 rm -rf build/twice
 for copy in build/twice/first "build/twice/the second one"; do
   mkdir -p "$copy"
-  tar cf - CMakeLists.txt CMakePresets.json packaging src | tar xf - -C "$copy"
+  tar cf - CMakeLists.txt CMakePresets.json cmake packaging src | tar xf - -C "$copy"
   (cd "$copy" && "$OLDPWD/tools/build.sh" release)
 done
 cmp build/twice/first/build/release/morvane-connector \

@@ -1,13 +1,12 @@
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "exchanges/exchange_registry.hpp"
-#include "exchanges/probes/probe_scripts.hpp"
 #include "exchanges/python_probe.hpp"
 #include "exchanges/validation.hpp"
 #include "hosts.hpp"
 #include "net/clock.hpp"
+#include "probe_scripts.hpp"
 
 // OKX, BingX, KuCoin and Bitget: a Python program asks several hosts, endpoint versions or key
 // versions and prints every answer; one answer that proves the key is enough.
@@ -15,26 +14,26 @@
 namespace morvane::connector {
 namespace {
 
-using Assignment = std::pair<std::string_view, std::string>;
-
 struct Probe {
-  std::string_view script;
-  std::vector<Assignment> hosts;
+  probe_scripts::Probe script;
+  std::vector<std::string_view> sites;
   bool needs_passphrase;
   std::string_view nothing_printed;        // the message of a script that failed
   std::vector<std::string_view> evidence;  // any one of these in the output proves the key
 };
 
-// A script holds a line "<name> = ''" for each value that it is to be given.
-std::string with_values(std::string script, const std::vector<Assignment>& values) {
-  for (const auto& [name, value] : values) {
-    const std::string start = "\n" + std::string(name) + " = ";
-    const std::size_t at = script.find(start + "''\n");
-    if (at != std::string::npos) {
-      script.replace(at + start.size(), 2, py_string_literal(value));
-    }
+// The values that a script is about, as it names them.
+std::string assignments(const Probe& probe, const StoredCredential& credential) {
+  std::string lines = "api_key = " + py_string_literal(credential.api_key) +
+                      "\napi_secret = " + py_string_literal(credential.api_secret);
+  if (probe.needs_passphrase) {
+    lines += "\npassphrase = " + py_string_literal(credential.passphrase);
   }
-  return script;
+  lines += "\nsites = [";
+  for (const std::string_view site : probe.sites) {
+    lines += py_string_literal(site) + ", ";
+  }
+  return lines + "]\n";
 }
 
 // The frame of the four checks; their words are made of the exchange's id.
@@ -45,11 +44,9 @@ ValidateCredentialsResult run_probe(const ValidateCredentialsRequest& request, c
   if (probe.needs_passphrase && credential.passphrase.empty()) {
     return invalid_result(request, exchange + " passphrase missing", checked_at);
   }
-  const std::string script = with_values(with_values(std::string(probe.script), probe.hosts),
-                                         {{"api_key", credential.api_key},
-                                          {"api_secret", credential.api_secret},
-                                          {"passphrase", credential.passphrase}});
-  const std::string output = run_python(script);
+  const std::string output =
+      run_python(std::string(probe.script.imports) + assignments(probe, credential) +
+                 std::string(probe.script.body));
   if (output.empty()) {
     return error_result(request, std::string(probe.nothing_printed), checked_at);
   }
@@ -68,9 +65,7 @@ ValidateCredentialsResult ExchangeRegistry::validate_okx(
     const ValidateCredentialsRequest& request) const {
   return run_probe(
       request, {.script = probe_scripts::okx,
-                .hosts = {{"global_site", hosts::okx},
-                          {"eea_site", hosts::okx_eea},
-                          {"us_site", hosts::okx_us}},
+                .sites = {hosts::okx, hosts::okx_eea, hosts::okx_us},
                 .needs_passphrase = true,
                 .nothing_printed = "failed to execute okx validation probes",
                 .evidence = {R"("code":"0")", R"("code": "0")", R"(\"code\":\"0\")", R"("posMode")",
@@ -81,7 +76,7 @@ ValidateCredentialsResult ExchangeRegistry::validate_bingx(
     const ValidateCredentialsRequest& request) const {
   return run_probe(request,
                    {.script = probe_scripts::bingx,
-                    .hosts = {{"site", hosts::bingx}},
+                    .sites = {hosts::bingx},
                     .needs_passphrase = false,
                     .nothing_printed = "failed to execute bingx validation probes",
                     .evidence = {R"("code":0)", R"("code": 0)", R"(\"code\":0)", R"(\"code\": 0)",
@@ -91,7 +86,7 @@ ValidateCredentialsResult ExchangeRegistry::validate_bingx(
 ValidateCredentialsResult ExchangeRegistry::validate_kucoin(
     const ValidateCredentialsRequest& request) const {
   return run_probe(request, {.script = probe_scripts::kucoin,
-                             .hosts = {{"site", hosts::kucoin_futures}},
+                             .sites = {hosts::kucoin_futures},
                              .needs_passphrase = true,
                              .nothing_printed = "failed to execute kucoin validation probes",
                              .evidence = {R"("code":"200000")", R"(\"code\":\"200000\")",
@@ -101,7 +96,7 @@ ValidateCredentialsResult ExchangeRegistry::validate_kucoin(
 ValidateCredentialsResult ExchangeRegistry::validate_bitget(
     const ValidateCredentialsRequest& request) const {
   return run_probe(request, {.script = probe_scripts::bitget,
-                             .hosts = {{"site", hosts::bitget}},
+                             .sites = {hosts::bitget},
                              .needs_passphrase = true,
                              .nothing_printed = "failed to execute bitget validation probe",
                              .evidence = {R"("code":"00000")", R"("available")", R"("marginCoin")",

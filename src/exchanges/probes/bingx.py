@@ -1,20 +1,10 @@
 """Asks BingX about the key on two versions of one endpoint; prints a JSON array of the answers."""
-import sys
+import hashlib, hmac, json, time
 
-# python3 -c searches the caller's folder too; no module from there may run beside the keys.
-sys.path = [folder for folder in sys.path if folder]
-
-import hashlib
-import hmac
-import json
-import time
-
+# Run alone:
 from answer import answer
-
-api_key = ''
-api_secret = ''
-site = ''
-
+api_key, api_secret, *sites = input().split()
+# The probe:
 PATHS = ('/openApi/swap/v3/user/balance', '/openApi/swap/v2/user/balance')
 
 
@@ -27,7 +17,7 @@ def signed_query():
 print(json.dumps([
     {
         'path': path,
-        'body': answer(site + path + '?' + signed_query(), {'X-BX-APIKEY': api_key.encode()}),
+        'body': answer(sites[0] + path + '?' + signed_query(), {'X-BX-APIKEY': api_key.encode()}),
     }
     for path in PATHS
 ]))

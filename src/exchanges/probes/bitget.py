@@ -1,21 +1,10 @@
 """Asks Bitget about the key and prints the answer as it came."""
-import sys
+import base64, hashlib, hmac, time
 
-# python3 -c searches the caller's folder too; no module from there may run beside the keys.
-sys.path = [folder for folder in sys.path if folder]
-
-import base64
-import hashlib
-import hmac
-import time
-
+# Run alone:
 from answer import answer
-
-api_key = ''
-api_secret = ''
-passphrase = ''
-site = ''
-
+api_key, api_secret, passphrase, *sites = input().split()
+# The probe:
 TARGET = '/api/v2/mix/account/accounts?productType=USDT-FUTURES'
 
 
@@ -34,4 +23,4 @@ def signed_headers():
     }
 
 
-print(answer(site + TARGET, signed_headers()))
+print(answer(sites[0] + TARGET, signed_headers()))

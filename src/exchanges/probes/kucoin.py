@@ -1,22 +1,10 @@
 """Asks KuCoin Futures about the key as version 2 and as version 3; prints a JSON array."""
-import sys
+import base64, hashlib, hmac, json, time
 
-# python3 -c searches the caller's folder too; no module from there may run beside the keys.
-sys.path = [folder for folder in sys.path if folder]
-
-import base64
-import hashlib
-import hmac
-import json
-import time
-
+# Run alone:
 from answer import answer
-
-api_key = ''
-api_secret = ''
-passphrase = ''
-site = ''
-
+api_key, api_secret, passphrase, *sites = input().split()
+# The probe:
 ENDPOINT = '/api/v1/account-overview?currency=USDT'
 
 
@@ -38,6 +26,6 @@ def signed_headers(key_version):
 
 
 print(json.dumps([
-    {'keyVersion': key_version, 'body': answer(site + ENDPOINT, signed_headers(key_version))}
+    {'keyVersion': key_version, 'body': answer(sites[0] + ENDPOINT, signed_headers(key_version))}
     for key_version in ('2', '3')
 ]))

@@ -1,24 +1,10 @@
 """Asks each of OKX's sites about the key and prints all answers as one JSON array."""
-import sys
+import base64, hashlib, hmac, json; from datetime import datetime, timezone
 
-# python3 -c searches the caller's folder too; no module from there may run beside the keys.
-sys.path = [folder for folder in sys.path if folder]
-
-import base64
-import hashlib
-import hmac
-import json
-from datetime import datetime, timezone
-
+# Run alone:
 from answer import answer
-
-api_key = ''
-api_secret = ''
-passphrase = ''
-global_site = ''
-eea_site = ''
-us_site = ''
-
+api_key, api_secret, passphrase, *sites = input().split()
+# The probe:
 PATHS = (
     '/api/v5/account/config',
     '/api/v5/account/balance?ccy=USDT',
@@ -43,6 +29,6 @@ def signed_headers(path):
 
 print(json.dumps([
     {'host': site, 'path': path, 'body': answer(site + path, signed_headers(path))}
-    for site in (global_site, eea_site, us_site)
+    for site in sites
     for path in PATHS
 ]))
