@@ -76,7 +76,7 @@ class OpenFile {
   }
 
   void append(const std::string& text) const {
-    static_cast<void>(::write(descriptor_, text.data(), text.size()));
+    [[maybe_unused]] const ssize_t taken = ::write(descriptor_, text.data(), text.size());
   }
 
  private:
