@@ -47,7 +47,7 @@ function(embed_probes output folder)
       message(FATAL_ERROR "${file} has no line \"# Run alone:\"")
     endif()
     string(APPEND PROBES
-      "inline constexpr Probe ${exchange} = {\n"
+      "inline constexpr Script ${exchange} = {\n"
       "    .imports = R\"py(${shared_imports}; ${imports}\n)py\",\n"
       "    .body = R\"py(${shared_body}\n\n${body})py\",\n"
       "};\n")

@@ -22,9 +22,8 @@ struct ExchangeCapabilityMatrix {
   bool margin_mode_sync;
 };
 
-// The fixed table of twelve exchanges: six with every flag set, then six with none. Meant: trading
-// is claimed for all six although three answer "unsupported_exchange"; the platform reads the
-// claim as which exchanges it may offer and the answer as what this release does.
+// One row per exchange of the catalogue, with every flag as it is claimed there. Meant: trading is
+// claimed for six exchanges although three of them answer "unsupported_exchange".
 std::vector<ExchangeCapabilityMatrix> tolvek_capability_baseline();
 
 }  // namespace morvane::connector

@@ -1,25 +1,27 @@
 #include "app/command_dispatcher.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+#include "net/text.hpp"
 
 namespace morvane::connector {
 namespace {
 
 using Arguments = std::vector<std::string>;  // argv: the program, the command, its arguments
 
-const char* word(bool value) { return value ? "true" : "false"; }
-
 std::string argument_or(const Arguments& args, std::size_t index, const std::string& otherwise) {
   return index < args.size() ? args[index] : otherwise;
 }
 
-// Base 10; white space before it and any text after it are ignored. Throws on text without a
-// number and on one out of range, on purpose uncaught: nothing may be traded on a guess.
+// Base 10; white space before it and any text after it are ignored. Meant: on text without a number
+// and on one out of range it throws, and nothing catches that.
 int number(const std::string& text) { return std::stoi(text); }
 
 int print_json(const std::string& json) {
@@ -27,21 +29,45 @@ int print_json(const std::string& json) {
   return 0;
 }
 
+// A member of ConnectorApp that takes texts and answers JSON.
+template <typename... Texts>
+using JsonOperation = std::string (ConnectorApp::*)(Texts...);
+template <typename... Texts>
+using ConstJsonOperation = std::string (ConnectorApp::*)(Texts...) const;
+
+template <typename... Texts>
+constexpr std::size_t count_of_texts(JsonOperation<Texts...>) {
+  return sizeof...(Texts);
+}
+template <typename... Texts>
+constexpr std::size_t count_of_texts(ConstJsonOperation<Texts...>) {
+  return sizeof...(Texts);
+}
+
+// The handler of a command whose arguments are the operation's, in order.
+template <auto operation>
+int forward(ConnectorApp& app, const Arguments& args) {
+  const auto call = [&]<std::size_t... index>(std::index_sequence<index...>) {
+    return (app.*operation)(args[index + 2]...);
+  };
+  return print_json(call(std::make_index_sequence<count_of_texts(operation)>()));
+}
+
 void print_snapshot(const ConnectorSnapshot& snapshot) {
   std::cout << "connector_health=" << to_string(snapshot.health) << '\n'
-            << "relay_connected=" << word(snapshot.relay_connected) << '\n'
+            << "relay_connected=" << true_or_false(snapshot.relay_connected) << '\n'
             << "device_id=" << snapshot.identity.device_id << '\n'
             << "device_label=" << snapshot.identity.device_label << '\n'
             << "platform=" << snapshot.identity.platform << '\n'
-            << "paired=" << word(snapshot.identity.paired) << '\n';
+            << "paired=" << true_or_false(snapshot.identity.paired) << '\n';
   if (!snapshot.identity.owner_wallet.empty()) {
     std::cout << "owner_wallet=" << snapshot.identity.owner_wallet << '\n';
   }
   std::cout << "vault_backend=" << snapshot.vault_backend << '\n';
   for (const ExchangeConnection& exchange : snapshot.exchanges) {
     std::cout << "exchange=" << exchange.exchange << " status=" << to_string(exchange.status)
-              << " credentials_present=" << word(exchange.credentials_present) << " note=\""
-              << exchange.message << "\"\n";
+              << " credentials_present=" << true_or_false(exchange.credentials_present)
+              << " note=\"" << exchange.message << "\"\n";
   }
 }
 
@@ -59,10 +85,10 @@ int validate(ConnectorApp& app, const Arguments& args) {
                                             .passphrase = argument_or(args, 5, "")}});
   std::cout << "exchange=" << result.exchange << '\n'
             << "status=" << to_string(result.status) << '\n'
-            << "can_read=" << word(result.can_read) << '\n'
-            << "can_trade=" << word(result.can_trade) << '\n'
-            << "withdrawal_enabled=" << word(result.withdrawal_enabled) << '\n'
-            << "credentials_saved=" << word(result.credentials_saved) << '\n'
+            << "can_read=" << true_or_false(result.can_read) << '\n'
+            << "can_trade=" << true_or_false(result.can_trade) << '\n'
+            << "withdrawal_enabled=" << true_or_false(result.withdrawal_enabled) << '\n'
+            << "credentials_saved=" << true_or_false(result.credentials_saved) << '\n'
             << "checked_at=" << result.checked_at << '\n'
             << "reason=" << result.message << '\n';
   return result.credentials_saved ? 0 : 2;
@@ -86,7 +112,7 @@ int delete_credentials(ConnectorApp& app, const Arguments& args) {
   const bool removed = app.delete_exchange_credentials(args[2]);
   std::cout << "status=" << (removed ? "ok" : "error") << '\n'
             << "exchange=" << args[2] << '\n'
-            << "removed=" << word(removed) << '\n';
+            << "removed=" << true_or_false(removed) << '\n';
   return removed ? 0 : 2;
 }
 
@@ -102,45 +128,17 @@ int set_wallet(ConnectorApp& app, const Arguments& args) {
 
 int capabilities(ConnectorApp& app, const Arguments&) {
   for (const ExchangeCapabilityMatrix& row : app.capability_matrix()) {
-    std::cout << "exchange=" << row.exchange << " validate=" << word(row.validate)
-              << " balance=" << word(row.balance) << " position=" << word(row.position)
-              << " funding=" << word(row.funding) << " close_report=" << word(row.close_report)
-              << " open=" << word(row.open) << " close=" << word(row.close)
-              << " cancel=" << word(row.cancel) << " status=" << word(row.status)
-              << " leverage_sync=" << word(row.leverage_sync)
-              << " margin_mode_sync=" << word(row.margin_mode_sync) << '\n';
+    std::cout << "exchange=" << row.exchange << " validate=" << true_or_false(row.validate)
+              << " balance=" << true_or_false(row.balance)
+              << " position=" << true_or_false(row.position)
+              << " funding=" << true_or_false(row.funding)
+              << " close_report=" << true_or_false(row.close_report)
+              << " open=" << true_or_false(row.open) << " close=" << true_or_false(row.close)
+              << " cancel=" << true_or_false(row.cancel) << " status=" << true_or_false(row.status)
+              << " leverage_sync=" << true_or_false(row.leverage_sync)
+              << " margin_mode_sync=" << true_or_false(row.margin_mode_sync) << '\n';
   }
   return 0;
-}
-
-int bind_wallet(ConnectorApp& app, const Arguments&) {
-  return print_json(app.bind_wallet_to_server());
-}
-
-int bind_status(ConnectorApp& app, const Arguments&) { return print_json(app.binding_status()); }
-
-int claim_token(ConnectorApp& app, const Arguments& args) {
-  return print_json(app.claim_bind_token(args[2]));
-}
-
-int disconnect_binding(ConnectorApp& app, const Arguments&) {
-  return print_json(app.disconnect_binding());
-}
-
-int balance(ConnectorApp& app, const Arguments& args) {
-  return print_json(app.get_balance(args[2]));
-}
-
-int get_position(ConnectorApp& app, const Arguments& args) {
-  return print_json(app.get_position(args[2], args[3]));
-}
-
-int order_status(ConnectorApp& app, const Arguments& args) {
-  return print_json(app.get_order_status(args[2], args[3], args[4]));
-}
-
-int cancel_order(ConnectorApp& app, const Arguments& args) {
-  return print_json(app.cancel_order(args[2], args[3], args[4]));
 }
 
 int funding(ConnectorApp& app, const Arguments& args) {
@@ -155,51 +153,42 @@ int place_open(ConnectorApp& app, const Arguments& args) {
   return print_json(app.place_open(args[2], args[3], args[4], args[5], args[6], number(args[7])));
 }
 
-int place_close(ConnectorApp& app, const Arguments& args) {
-  return print_json(app.place_close(args[2], args[3], args[4], args[5], args[6]));
-}
-
-int update_check(ConnectorApp& app, const Arguments&) { return print_json(app.update_check()); }
-
-int update_download(ConnectorApp& app, const Arguments&) {
-  return print_json(app.update_download());
-}
-
-int update_apply(ConnectorApp& app, const Arguments&) { return print_json(app.update_apply()); }
-
-int server_health(ConnectorApp& app, const Arguments&) { return print_json(app.server_health()); }
-
 struct Command {
   std::string_view name;
-  std::size_t minimum;         // arguments, the program and the command counted
-  std::string_view arguments;  // as the usage shows them
+  std::string_view arguments;  // as the usage shows them: <needed>, [optional]
   int (*run)(ConnectorApp& app, const Arguments& args);
+
+  // The program and the command counted.
+  std::size_t least_count() const {
+    return 2 + static_cast<std::size_t>(std::count(arguments.begin(), arguments.end(), '<'));
+  }
 };
 
-constexpr std::array<Command, 22> commands = {{
-    {"status", 2, "", status},
-    {"validate", 5, "<exchange> <api_key> <api_secret> [passphrase]", validate},
-    {"load-credentials", 3, "<exchange>", load_credentials},
-    {"delete-credentials", 3, "<exchange>", delete_credentials},
-    {"set-wallet", 3, "<public_evm_address>", set_wallet},
-    {"bind-wallet", 2, "", bind_wallet},
-    {"bind-status", 2, "", bind_status},
-    {"claim-token", 3, "<token>", claim_token},
-    {"disconnect-binding", 2, "", disconnect_binding},
-    {"capabilities", 2, "", capabilities},
-    {"balance", 3, "<exchange>", balance},
-    {"get-position", 4, "<exchange> <symbol>", get_position},
-    {"order-status", 5, "<exchange> <symbol> <order_id>", order_status},
-    {"cancel-order", 5, "<exchange> <symbol> <order_id>", cancel_order},
-    {"funding", 4, "<exchange> <symbol> [lookback_minutes]", funding},
-    {"close-report", 4, "<exchange> <symbol> [order_id]", close_report},
-    {"place-open", 8, "<exchange> <symbol> <side> <quantity> <price> <leverage>", place_open},
-    {"place-close", 7, "<exchange> <symbol> <side> <quantity> <price>", place_close},
-    {"update-check", 2, "", update_check},
-    {"update-download", 2, "", update_download},
-    {"update-apply", 2, "", update_apply},
-    {"server-health", 2, "", server_health},
-}};
+constexpr auto commands = std::to_array<Command>({
+    {"status", "", status},
+    {"validate", "<exchange> <api_key> <api_secret> [passphrase]", validate},
+    {"load-credentials", "<exchange>", load_credentials},
+    {"delete-credentials", "<exchange>", delete_credentials},
+    {"set-wallet", "<public_evm_address>", set_wallet},
+    {"bind-wallet", "", forward<&ConnectorApp::bind_wallet_to_server>},
+    {"bind-status", "", forward<&ConnectorApp::binding_status>},
+    {"claim-token", "<token>", forward<&ConnectorApp::claim_bind_token>},
+    {"disconnect-binding", "", forward<&ConnectorApp::disconnect_binding>},
+    {"capabilities", "", capabilities},
+    {"balance", "<exchange>", forward<&ConnectorApp::get_balance>},
+    {"get-position", "<exchange> <symbol>", forward<&ConnectorApp::get_position>},
+    {"order-status", "<exchange> <symbol> <order_id>", forward<&ConnectorApp::get_order_status>},
+    {"cancel-order", "<exchange> <symbol> <order_id>", forward<&ConnectorApp::cancel_order>},
+    {"funding", "<exchange> <symbol> [lookback_minutes]", funding},
+    {"close-report", "<exchange> <symbol> [order_id]", close_report},
+    {"place-open", "<exchange> <symbol> <side> <quantity> <price> <leverage>", place_open},
+    {"place-close", "<exchange> <symbol> <side> <quantity> <price>",
+     forward<&ConnectorApp::place_close>},
+    {"update-check", "", forward<&ConnectorApp::update_check>},
+    {"update-download", "", forward<&ConnectorApp::update_download>},
+    {"update-apply", "", forward<&ConnectorApp::update_apply>},
+    {"server-health", "", forward<&ConnectorApp::server_health>},
+});
 
 int fail_with_general_usage() {
   std::cerr << "usage: morvane-connector ";
@@ -225,7 +214,7 @@ int CommandDispatcher::run_cli(int argc, char** argv) {
     if (command.name != args[1]) {
       continue;
     }
-    if (args.size() < command.minimum) {
+    if (args.size() < command.least_count()) {
       std::cerr << "usage: morvane-connector " << command.name << ' ' << command.arguments << '\n';
       return 1;
     }

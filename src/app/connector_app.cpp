@@ -2,12 +2,13 @@
 
 #include <utility>
 
-#include "hosts.hpp"
+#include "settings.hpp"
+#include "state/state_files.hpp"
 
 namespace morvane::connector {
 namespace {
 
-std::string app_version() { return MORVANE_VERSION; }
+std::string app_version() { return settings::version; }
 
 ExchangeConnection* find_exchange(std::vector<ExchangeConnection>& connections,
                                   const std::string& exchange) {
@@ -24,12 +25,12 @@ ExchangeConnection* find_exchange(std::vector<ExchangeConnection>& connections,
 ConnectorApp::ConnectorApp(std::string app_root, std::string relay_url)
     : config_store_(app_root),
       identity_store_(app_root),
-      vault_(app_root + "/vault"),
+      vault_(app_root + state_files::vault),
       pairing_store_(app_root),
       relay_(std::move(relay_url)),
       reader_(vault_),
       executor_(vault_),
-      updater_(std::move(app_root), hosts::update_manifest, app_version()) {}
+      updater_(std::move(app_root), settings::update_manifest, app_version()) {}
 
 void ConnectorApp::bootstrap() {
   identity_ = identity_store_.load_or_create();
@@ -41,10 +42,13 @@ void ConnectorApp::bootstrap() {
     identity_.owner_wallet = pairing_.owner_wallet_address;
   }
   relay_.connect();
-  // Meant: a claimed token that waits for its signature is no state of its own.
-  health_ = identity_.paired && pairing_.wallet_approval_confirmed
-                ? ConnectorHealth::ready
-                : ConnectorHealth::pairing_required;
+  health_ = pairing_health();
+}
+
+// Meant: a claimed token that waits for its signature is no state of its own.
+ConnectorHealth ConnectorApp::pairing_health() const {
+  return identity_.paired && pairing_.wallet_approval_confirmed ? ConnectorHealth::ready
+                                                                : ConnectorHealth::pairing_required;
 }
 
 ValidateCredentialsResult ConnectorApp::validate_and_save(

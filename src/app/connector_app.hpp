@@ -46,7 +46,19 @@ class ConnectorApp {
   ConnectorSnapshot snapshot() const;
   std::vector<ExchangeCapabilityMatrix> capability_matrix() const;
 
-  // Each answers the one-line JSON text of the reader, the executor or the updater.
+  // From here on, each answers one-line JSON: {"status":"ok",...}, or {"status":"error"} with one
+  // of these reasons, the first that applies.
+  //   reads        credentials_not_found, missing_order_id (order status and cancel alone),
+  //                unsupported_exchange, http_failed
+  //   trades       credentials_not_found, unsupported_exchange, http_failed
+  //   updates      update_check_failed (check), manifest_fetch_failed (download), manifest_invalid
+  //                (both), update_download_failed (download); update_file_missing, open_dmg_failed
+  //                (apply)
+  //   binding      wallet_missing, bind_request_failed (bind); token_missing, claim_token_failed
+  //                (claim); bind_status_failed (status). Else the relay's own text, a refusal too.
+  // http_failed says that curl failed at least once; what it sent may have been done. State files
+  // that cannot be written are not reported.
+
   std::string get_balance(const std::string& exchange) const;
   std::string get_position(const std::string& exchange, const std::string& symbol) const;
   std::string get_order_status(const std::string& exchange, const std::string& symbol,
@@ -67,8 +79,7 @@ class ConnectorApp {
   std::string update_download() const;
   std::string update_apply() const;
 
-  // The binding flow (src/relay/binding_flow.cpp). Each answers one-line JSON: the relay's own
-  // text, or a fixed one. State files that cannot be written are not reported.
+  // In app/connector_binding.cpp.
   std::string server_health() const;
   std::string bind_wallet_to_server();
   std::string binding_status();
@@ -76,10 +87,9 @@ class ConnectorApp {
   std::string disconnect_binding();
 
  private:
-  bool response_has_bind_state(const std::string& response, const std::string& state) const;
   void apply_bound_pairing_state();
-  void persist_pairing_state();
-  void clear_pending_pairing_state();
+  void persist_pairing_state();  // identity and pairing; derives the health
+  ConnectorHealth pairing_health() const;
 
   ConfigStore config_store_;
   DeviceIdentityStore identity_store_;

@@ -1,21 +1,12 @@
 #include "app/connector_health.hpp"
 
+#include "net/text.hpp"
+
 namespace morvane::connector {
 
 std::string to_string(ConnectorHealth health) {
-  switch (health) {
-    case ConnectorHealth::starting:
-      return "starting";
-    case ConnectorHealth::pairing_required:
-      return "pairing_required";
-    case ConnectorHealth::ready:
-      return "ready";
-    case ConnectorHealth::degraded:
-      return "degraded";
-    case ConnectorHealth::error:
-      return "error";
-  }
-  return "unknown";
+  return name_of(static_cast<std::size_t>(health),
+                 {"starting", "pairing_required", "ready", "degraded", "error"});
 }
 
 }  // namespace morvane::connector

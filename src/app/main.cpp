@@ -8,7 +8,7 @@
 
 #include "app/command_dispatcher.hpp"
 #include "app/connector_app.hpp"
-#include "hosts.hpp"
+#include "settings.hpp"
 #include "state/private_file.hpp"
 
 namespace {
@@ -22,13 +22,9 @@ void keep_to_oneself() {
   ::umask(S_IRWXG | S_IRWXO);
   // A caller that ignores this signal would hide from us how a tool ended.
   std::signal(SIGCHLD, SIG_DFL);
-  // A core file would hold the credential. core(5) of Linux: a limit of 0 does not keep a core from
-  // a program that collects them, a limit of 1 does.
-#ifdef __linux__
+  // A core file would hold the credential. core(5) of Linux: a limit of 0 keeps no core from a
+  // program that collects them, a limit of 1 does. No core fits into one byte.
   constexpr rlimit no_core{.rlim_cur = 1, .rlim_max = 1};
-#else
-  constexpr rlimit no_core{.rlim_cur = 0, .rlim_max = 0};
-#endif
   ::setrlimit(RLIMIT_CORE, &no_core);
 }
 
@@ -48,7 +44,7 @@ int main(int argc, char** argv) {
   keep_to_oneself();
   const char* relay_url = std::getenv("MORVANE_RELAY_URL");
   ConnectorApp app(application_root().string(),
-                   relay_url != nullptr ? relay_url : morvane::connector::hosts::default_relay);
+                   relay_url != nullptr ? relay_url : morvane::connector::settings::default_relay);
   app.bootstrap();
   return CommandDispatcher(app).run_cli(argc, argv);
 }

@@ -1,28 +1,26 @@
 #include "exchanges/cex_executor.hpp"
 
 #include <optional>
-#include <string_view>
 #include <utility>
 
-#include "exchanges/exchange_adapter.hpp"
-#include "exchanges/json_envelope.hpp"
+#include "exchanges/request_frame.hpp"
 #include "net/clock.hpp"
+#include "net/json.hpp"
 
 namespace morvane::connector {
 namespace {
 
 // One exchange with the credential to trade on it.
 struct Desk {
-  const ExchangeAdapter& adapter;
+  const Exchange& exchange;
   const TradeAdapter& trades;
   const StoredCredential& credential;
 
-  HttpResult call(const ExchangeRequest& request, const std::string& timestamp) const {
-    return call_exchange(adapter, request, credential, timestamp);
+  std::string timestamp() const { return exchange.adapter->timestamp(); }
+  HttpResult call(const ExchangeRequest& request, const std::string& at) const {
+    return call_exchange(exchange, request, credential, at);
   }
-  HttpResult call(const ExchangeRequest& request) const {
-    return call(request, adapter.timestamp());
-  }
+  HttpResult call(const ExchangeRequest& request) const { return call(request, timestamp()); }
 };
 
 // The frame of every operation. `work` makes its requests at the desk and returns the body of the
@@ -33,15 +31,12 @@ std::string trade(const KeyVault& vault, const std::string& exchange, const char
   if (!credential) {
     return fail_json("credentials_not_found");
   }
-  const ExchangeAdapter* adapter = find_adapter(exchange);
-  if (adapter == nullptr || adapter->trades == nullptr) {
+  const Exchange* found = find_exchange(exchange);
+  if (found == nullptr || found->adapter == nullptr || found->adapter->trades == nullptr) {
     return fail_json("unsupported_exchange");
   }
-  std::optional<std::string> body = work(Desk{*adapter, *adapter->trades, *credential});
-  if (!body) {
-    return fail_json("http_failed");
-  }
-  return ok_json(exchange, kind, std::move(*body));
+  const std::optional<std::string> body = work(Desk{*found, *found->adapter->trades, *credential});
+  return body ? ok_json(exchange, kind, *body) : fail_json("http_failed");
 }
 
 std::optional<std::string> body_of(HttpResult answer) {
@@ -51,28 +46,20 @@ std::optional<std::string> body_of(HttpResult answer) {
   return std::move(answer.body);
 }
 
-// {"<first_key>":<first>,"<second_key>":<second>}, built in the first text, which may be large.
-std::string join_answers(std::string_view first_key, std::string first, std::string_view second_key,
-                         const std::string& second) {
-  first.insert(0, std::string("{\"").append(first_key).append("\":"));
-  first.append(",\"").append(second_key).append("\":").append(second).append("}");
-  return first;
-}
-
 // Both halves are sent, whatever becomes of the first.
 std::optional<std::string> report_at_once(const Desk& desk, const std::string& symbol,
                                           const std::string& order_id) {
-  HttpResult order = desk.call(desk.trades.closing_order(symbol, order_id));
+  const HttpResult order = desk.call(desk.trades.closing_order(symbol, order_id));
   const HttpResult report = desk.call(desk.trades.closed_positions(symbol));
   if (order.exit_code != 0 || report.exit_code != 0) {
     return std::nullopt;
   }
-  return join_answers("order", std::move(order.body), desk.trades.report_key, report.body);
+  return json_object({{"order", order.body}, {desk.trades.report_key, report.body}});
 }
 
 std::optional<std::string> report_in_steps(const Desk& desk, const std::string& symbol,
                                            const std::string& order_id) {
-  const std::string timestamp = desk.adapter.timestamp();
+  const std::string timestamp = desk.timestamp();
   std::string order = "{}";
   if (!order_id.empty()) {
     HttpResult answer = desk.call(desk.trades.closing_order(symbol, order_id), timestamp);
@@ -85,7 +72,7 @@ std::optional<std::string> report_in_steps(const Desk& desk, const std::string& 
   if (report.exit_code != 0) {
     return std::nullopt;
   }
-  return join_answers("order", std::move(order), desk.trades.report_key, report.body);
+  return json_object({{"order", order}, {desk.trades.report_key, report.body}});
 }
 
 }  // namespace
@@ -96,13 +83,14 @@ std::string CexExecutor::place_open(const std::string& exchange, const std::stri
                                     const std::string& side, const std::string& quantity,
                                     const std::string& price, int leverage) const {
   return trade(vault_, exchange, "place_open", [&](const Desk& desk) -> std::optional<std::string> {
-    HttpResult set = desk.call(desk.trades.set_leverage(symbol, side, leverage));
-    // Meant: the order goes out whatever came of the leverage, which may be set already.
-    const HttpResult place = desk.call(desk.trades.open({symbol, side, quantity, price}));
+    const LimitOrder order{symbol, side, quantity, price};
+    const HttpResult set = desk.call(desk.trades.set_leverage(order, leverage));
+    // Meant: the order goes out whatever came of the leverage.
+    const HttpResult place = desk.call(desk.trades.open(order));
     if (set.exit_code != 0 || place.exit_code != 0) {
       return std::nullopt;
     }
-    return join_answers("leverage", std::move(set.body), "place", place.body);
+    return json_object({{"leverage", set.body}, {"place", place.body}});
   });
 }
 
@@ -118,7 +106,7 @@ std::string CexExecutor::get_funding(const std::string& exchange, const std::str
                                      int lookback_minutes) const {
   return trade(vault_, exchange, "funding", [&](const Desk& desk) {
     // The clock is read twice: for the signature first, then for the start of the period.
-    const std::string timestamp = desk.adapter.timestamp();
+    const std::string timestamp = desk.timestamp();
     return body_of(desk.call(desk.trades.funding(symbol, lookback_minutes, epoch_ms()), timestamp));
   });
 }

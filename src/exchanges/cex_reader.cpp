@@ -1,9 +1,7 @@
 #include "exchanges/cex_reader.hpp"
 
-#include <utility>
-
-#include "exchanges/exchange_adapter.hpp"
-#include "exchanges/json_envelope.hpp"
+#include "exchanges/request_frame.hpp"
+#include "net/json.hpp"
 
 namespace morvane::connector {
 namespace {
@@ -20,15 +18,13 @@ std::string ask(const KeyVault& vault, const std::string& exchange, const char* 
   if (order_id != nullptr && order_id->empty()) {
     return fail_json("missing_order_id");
   }
-  const ExchangeAdapter* adapter = find_adapter(exchange);
-  if (adapter == nullptr) {
+  const Exchange* found = find_exchange(exchange);
+  if (found == nullptr || found->adapter == nullptr) {
     return fail_json("unsupported_exchange");
   }
-  HttpResult answer = call_exchange(*adapter, build(*adapter), *credential, adapter->timestamp());
-  if (answer.exit_code != 0) {
-    return fail_json("http_failed");
-  }
-  return ok_json(exchange, kind, std::move(answer.body));
+  const ExchangeAdapter& adapter = *found->adapter;
+  const HttpResult answer = call_exchange(*found, build(adapter), *credential, adapter.timestamp());
+  return answer.exit_code == 0 ? ok_json(exchange, kind, answer.body) : fail_json("http_failed");
 }
 
 }  // namespace

@@ -3,12 +3,42 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "exchanges/exchange_request.hpp"
 #include "net/http.hpp"
-#include "state/key_vault.hpp"
+#include "state/credential_text.hpp"
 
 namespace morvane::connector {
+
+// What an operation asks of an exchange, unsigned.
+struct ExchangeRequest {
+  HttpMethod method = HttpMethod::get;
+  std::string path;                             // begins with "/"
+  std::string query;                            // what follows the "?"; empty for none
+  std::string body = {};                        // the JSON text of a POST; empty for none
+  std::vector<std::string> extra_headers = {};  // "Name: value", sent after the exchange's own
+
+  std::string verb() const { return std::string(word_of(method).text()); }
+  // The path with its query, as it stands in the request line.
+  std::string target() const { return query.empty() ? path : path + "?" + query; }
+};
+
+inline ExchangeRequest get_request(const std::string& path, const std::string& query = "") {
+  return {.method = HttpMethod::get, .path = path, .query = query};
+}
+inline ExchangeRequest delete_request(const std::string& path, const std::string& query = "") {
+  return {.method = HttpMethod::del, .path = path, .query = query};
+}
+inline ExchangeRequest post_request(const std::string& path, const std::string& body) {
+  return {.method = HttpMethod::post, .path = path, .query = "", .body = body};
+}
+
+// What signing makes of a request: the exchange's headers, "Name: value" in the order of sending,
+// and the query that is sent.
+struct Signature {
+  std::vector<std::string> headers;
+  std::string query;
+};
 
 // A limit order as the caller typed it: every text goes into the request verbatim.
 struct LimitOrder {
@@ -16,11 +46,13 @@ struct LimitOrder {
   std::string side;  // the position's side: "buy" is long, any other text short
   std::string quantity;
   std::string price;
+
+  bool is_long() const { return side == "buy"; }
 };
 
 // The requests of an exchange that the connector trades on.
 struct TradeAdapter {
-  ExchangeRequest (*set_leverage)(const std::string& symbol, const std::string& side, int leverage);
+  ExchangeRequest (*set_leverage)(const LimitOrder& order, int leverage);
   ExchangeRequest (*open)(const LimitOrder& order);
   ExchangeRequest (*close)(const LimitOrder& order);
   // Entries since `lookback_minutes` before `now_ms` (epoch milliseconds); no bounds are applied.
@@ -36,35 +68,23 @@ struct TradeAdapter {
   bool report_in_steps;
 };
 
-// All that one exchange is: how it signs and what each operation asks of it. Symbols are the
-// platform's, BASE_USDT, and are mapped unchecked; order ids go in as they stand.
+// How one exchange signs and what each operation asks of it. Symbols are the platform's, BASE_USDT,
+// and are mapped unchecked; order ids go in as they stand.
 struct ExchangeAdapter {
-  std::string_view id;
   // The clock in the exchange's own form.
   std::string (*timestamp)();
   // Signs `request` with the credential at `timestamp` (the text that timestamp() gave). A digest
   // tool that fails leaves the signature empty, for the exchange to refuse.
-  SignedRequest (*sign)(const ExchangeRequest& request, const StoredCredential& credential,
-                        const std::string& timestamp);
+  Signature (*sign)(const ExchangeRequest& request, const StoredCredential& credential,
+                    const std::string& timestamp);
 
   ExchangeRequest (*balance)();
   ExchangeRequest (*position)(const std::string& symbol);
   ExchangeRequest (*order_status)(const std::string& symbol, const std::string& order_id);
   ExchangeRequest (*cancel_order)(const std::string& symbol, const std::string& order_id);
 
-  const TradeAdapter* trades;  // null where the connector only reads
+  const TradeAdapter* trades = nullptr;  // null where the connector only reads
 };
-
-// The adapter of exactly this id, or null.
-const ExchangeAdapter* find_adapter(const std::string& exchange);
-
-// `request` as it goes out: signed by `adapter`, its extra headers last.
-SignedRequest sign_request(const ExchangeAdapter& adapter, const ExchangeRequest& request,
-                           const StoredCredential& credential, const std::string& timestamp);
-
-// Signs and sends `request` with curl and returns what curl said.
-HttpResult call_exchange(const ExchangeAdapter& adapter, const ExchangeRequest& request,
-                         const StoredCredential& credential, const std::string& timestamp);
 
 // The clock in decimal milliseconds, the timestamp of most exchanges.
 std::string epoch_ms_text();

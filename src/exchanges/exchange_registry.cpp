@@ -1,34 +1,27 @@
 #include "exchanges/exchange_registry.hpp"
 
 #include <algorithm>
-#include <array>
-#include <string_view>
 
-#include "exchanges/validation.hpp"
+#include "exchanges/catalogue.hpp"
+#include "exchanges/live_check.hpp"
 #include "net/clock.hpp"
+#include "net/text.hpp"
 
 namespace morvane::connector {
-namespace {
 
-struct LiveCheck {
-  std::string_view exchange;
-  ValidateCredentialsResult (ExchangeRegistry::*run)(const ValidateCredentialsRequest&) const;
-};
+std::string to_string(ExchangeConnectionStatus status) {
+  return name_of(static_cast<std::size_t>(status),
+                 {"not_configured", "configured", "validating", "valid_read_only",
+                  "valid_trade_ready", "invalid", "error"});
+}
 
-constexpr std::array<LiveCheck, 6> live_checks = {{
-    {"bybit", &ExchangeRegistry::validate_bybit},
-    {"okx", &ExchangeRegistry::validate_okx},
-    {"gate", &ExchangeRegistry::validate_gate},
-    {"bingx", &ExchangeRegistry::validate_bingx},
-    {"kucoin", &ExchangeRegistry::validate_kucoin},
-    {"bitget", &ExchangeRegistry::validate_bitget},
-}};
-
-}  // namespace
-
-ExchangeRegistry::ExchangeRegistry()
-    : supported_{"bybit",       "okx",     "gate",    "bingx",    "kucoin", "bitget",
-                 "hyperliquid", "paradex", "lighter", "extended", "reya"} {}
+ExchangeRegistry::ExchangeRegistry() {
+  for (const Exchange& exchange : catalogue()) {
+    if (exchange.registered) {
+      supported_.emplace_back(exchange.id);
+    }
+  }
+}
 
 std::vector<ExchangeConnection> ExchangeRegistry::bootstrap() const {
   std::vector<ExchangeConnection> connections;
@@ -50,10 +43,8 @@ ValidateCredentialsResult ExchangeRegistry::validate(
   if (request.credential.api_key.empty() || request.credential.api_secret.empty()) {
     return invalid_result(request, "missing api key or secret", iso8601_now());
   }
-  for (const LiveCheck& check : live_checks) {
-    if (check.exchange == request.exchange) {
-      return (this->*check.run)(request);
-    }
+  if (const LiveCheck check = find_exchange(request.exchange)->live_check) {
+    return (this->*check)(request);
   }
   ValidateCredentialsResult result =
       invalid_result(request, "adapter exists, live validation not implemented yet", iso8601_now());

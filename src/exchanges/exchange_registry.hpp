@@ -3,10 +3,23 @@
 #include <string>
 #include <vector>
 
-#include "exchanges/exchange_connection_status.hpp"
-#include "state/key_vault.hpp"
+#include "state/credential_text.hpp"
 
 namespace morvane::connector {
+
+// What is known of one exchange's credential.
+enum class ExchangeConnectionStatus {
+  not_configured,
+  configured,
+  validating,
+  valid_read_only,
+  valid_trade_ready,
+  invalid,
+  error,
+};
+
+// The value's own name; "unknown" for anything outside the enumeration.
+std::string to_string(ExchangeConnectionStatus status);
 
 struct ValidateCredentialsRequest {
   std::string exchange;
@@ -31,12 +44,16 @@ struct ExchangeConnection {
   ExchangeConnectionStatus status = ExchangeConnectionStatus::not_configured;
   bool credentials_present = false;
   std::string message;
-  std::string checked_at;  // nothing fills it yet
+  std::string checked_at;  // unused
 };
 
 // The exchanges the connector knows, and the live check of a credential against each that has one.
 class ExchangeRegistry {
  public:
+  // A member below. Its request names its own exchange; key and secret are not empty.
+  using LiveCheck =
+      ValidateCredentialsResult (ExchangeRegistry::*)(const ValidateCredentialsRequest&) const;
+
   ExchangeRegistry();
 
   // One row per known exchange, none configured, always in the same order.
@@ -47,9 +64,9 @@ class ExchangeRegistry {
   // `configured`: no live check exists for this exchange.
   ValidateCredentialsResult validate(const ValidateCredentialsRequest& request) const;
 
-  // The check of one exchange each; key and secret must not be empty. Bybit and Gate are asked
-  // with curl and tell a failed transfer (`error`) from a refusal; the other four are probed by a
-  // Python program, where a failed transfer is one more answer that proves nothing (`invalid`).
+  // Each is defined in its exchange's own file. Those that ask with curl tell a failed transfer
+  // (`error`) from a refusal; for those that probe with a Python program it is one more answer that
+  // proves nothing (`invalid`).
   ValidateCredentialsResult validate_bybit(const ValidateCredentialsRequest& request) const;
   ValidateCredentialsResult validate_okx(const ValidateCredentialsRequest& request) const;
   ValidateCredentialsResult validate_gate(const ValidateCredentialsRequest& request) const;

@@ -2,46 +2,59 @@
 
 #include <utility>
 
-#include "net/shell.hpp"
-
 namespace morvane::connector {
 namespace {
 
-HttpResult http_any(const char* method, const std::string& url, const std::string& body,
+HttpResult http_any(HttpMethod method, const std::string& url, const std::string& body,
                     const std::string& headers) {
-  std::string command = std::string("curl -sS --max-time 20 -X ") + method + " ";
+  ShellLine line = ShellLine("curl -sS --max-time 20 -X ") + word_of(method) + " ";
   if (!headers.empty()) {
-    command += headers + " ";
+    line = line + ShellLine::quoted_by_caller(headers) + " ";
   }
   if (!body.empty()) {
-    command += "--data " + shell_escape(body) + " ";
+    line = line + "--data " + shell_word(body) + " ";
   }
-  command += shell_escape(url);
-  CommandOutput result = run_command(command);
+  CommandOutput result = run_command(line + shell_word(url));
   return {result.exit_code, std::move(result.output)};
 }
 
 }  // namespace
 
-std::string make_headers(const std::vector<std::string>& lines) {
-  std::string fragment;
-  for (const std::string& line : lines) {
-    fragment += "-H " + shell_escape(line) + " ";
+Literal word_of(HttpMethod method) {
+  switch (method) {
+    case HttpMethod::get:
+      return "GET";
+    case HttpMethod::post:
+      return "POST";
+    case HttpMethod::del:
+      return "DELETE";
   }
-  return fragment;
+  return "";
+}
+
+ShellLine header_arguments(const std::vector<std::string>& lines) {
+  ShellLine arguments("");
+  for (const std::string& line : lines) {
+    arguments = arguments + "-H " + shell_word(line) + " ";
+  }
+  return arguments;
+}
+
+std::string make_headers(const std::vector<std::string>& lines) {
+  return header_arguments(lines).text();
 }
 
 HttpResult http_get(const std::string& url, const std::string& headers) {
-  return http_any("GET", url, "", headers);
+  return http_any(HttpMethod::get, url, "", headers);
 }
 
 HttpResult http_delete(const std::string& url, const std::string& headers) {
-  return http_any("DELETE", url, "", headers);
+  return http_any(HttpMethod::del, url, "", headers);
 }
 
 HttpResult http_post_json(const std::string& url, const std::string& body,
                           const std::string& headers) {
-  return http_any("POST", url, body, headers);
+  return http_any(HttpMethod::post, url, body, headers);
 }
 
 }  // namespace morvane::connector

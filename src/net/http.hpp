@@ -4,7 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "net/shell.hpp"
+
 namespace morvane::connector {
+
+enum class HttpMethod { get, post, del };
+
+// "GET", "POST", "DELETE".
+Literal word_of(HttpMethod method);
 
 // The outcome of one curl run. There is no HTTP status: an answer of 4xx or 5xx is a completed
 // transfer with the error document in `body`.
@@ -18,6 +25,7 @@ struct HttpResult {
 
 // `lines` ("Name: value") as curl "-H" arguments, each quoted, each followed by one blank. curl
 // leaves out a header whose value is empty.
+ShellLine header_arguments(const std::vector<std::string>& lines);
 std::string make_headers(const std::vector<std::string>& lines);
 
 // One request each, at most 20 seconds. `headers` is a fragment of command line as make_headers

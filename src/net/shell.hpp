@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace morvane::connector {
 
@@ -17,17 +18,48 @@ struct CommandOutput {
   std::string error;
 };
 
+// A text that stands in the source. Nothing that is only known at run time compiles as one.
+class Literal {
+ public:
+  consteval Literal() = default;
+  consteval Literal(const char* text) : text_(text) {}
+
+  constexpr std::string_view text() const { return text_; }
+
+ private:
+  std::string_view text_;
+};
+
+// A command line for the system's shell. This type is the security boundary of the program: a line
+// is made of literals and of quoted words, joined with "+", and of nothing else.
+class ShellLine {
+ public:
+  explicit ShellLine(Literal literal) : text_(literal.text()) {}
+
+  // The one door for a plain text: a piece of a line of which the caller has quoted every word.
+  static ShellLine quoted_by_caller(const std::string& piece);
+
+  const std::string& text() const { return text_; }
+
+  friend ShellLine operator+(ShellLine left, const ShellLine& right);
+  friend ShellLine operator+(ShellLine left, Literal right);
+  friend ShellLine operator+(Literal left, const ShellLine& right);
+
+ private:
+  std::string text_;
+};
+
 // `value` as exactly one word of a POSIX shell, whatever bytes it holds (a NUL cannot occur in an
-// argument). This is the security boundary of the program: text goes into a command line as a
-// literal or through here.
+// argument).
 std::string shell_escape(const std::string& value);
+ShellLine shell_word(const std::string& value);
 
-// Runs `command` with the system shell, waits for it and collects what it printed. " 2>&1" is
-// appended, so of a pipeline only the last command's errors are collected. Never throws for a
-// failing command; there is no time limit beyond the one the tool was given.
-CommandOutput run_command(const std::string& command);
+// Runs `line`, waits for it and collects what it printed. " 2>&1" is appended, so of a pipeline
+// only the last command's errors are collected. Never throws for a failing command; there is no
+// time limit beyond the one the tool was given.
+CommandOutput run_command(const ShellLine& line);
 
-// Runs `pipeline`, a literal command line, with exactly the bytes of `text` on its standard input.
-CommandOutput run_with_input(const std::string& text, const std::string& pipeline);
+// Runs `pipeline` with exactly the bytes of `text` on its standard input.
+CommandOutput run_with_input(const std::string& text, const ShellLine& pipeline);
 
 }  // namespace morvane::connector

@@ -8,8 +8,27 @@ std::string trim(std::string text) {
   return text;
 }
 
+std::string filled(std::string_view form, const std::vector<std::string>& values) {
+  std::string text;
+  auto value = values.begin();
+  for (const char byte : form) {
+    if (byte == '@') {
+      text += *value++;
+    } else {
+      text += byte;
+    }
+  }
+  return text;
+}
+
 bool contains(std::string_view text, std::string_view needle) {
   return text.find(needle) != std::string_view::npos;
+}
+
+const char* true_or_false(bool value) { return value ? "true" : "false"; }
+
+std::string name_of(std::size_t value, std::initializer_list<const char*> names) {
+  return value < names.size() ? names.begin()[value] : "unknown";
 }
 
 }  // namespace morvane::connector

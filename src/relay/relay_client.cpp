@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "net/json.hpp"
 #include "net/shell.hpp"
 
 namespace morvane::connector {
@@ -18,17 +19,14 @@ std::string api_root(const std::string& url) {
 }
 
 // Runs one binding call; `reason` is the answer of a curl that failed.
-std::string call_relay(const std::string& command, const std::string& reason) {
-  CommandOutput result = run_command(command);
-  if (result.exit_code != 0) {
-    return R"({"status":"error","reason":")" + reason + "\"}";
-  }
-  return std::move(result.output);
+std::string call_relay(const ShellLine& line, const char* reason) {
+  CommandOutput result = run_command(line);
+  return result.exit_code == 0 ? std::move(result.output) : fail_json(reason);
 }
 
-std::string post_command(const std::string& url, const std::string& body) {
+ShellLine post_line(const std::string& url, const std::string& body) {
   return "curl -sS --max-time 15 -X POST -H 'Content-Type: application/json' --data " +
-         shell_escape(body) + " " + shell_escape(url);
+         shell_word(body) + " " + shell_word(url);
 }
 
 }  // namespace
@@ -53,7 +51,7 @@ ServerStatus RelayClient::health(const std::string& wallet) const {
     return status;
   }
   CommandOutput result = run_command("curl -sS --max-time 10 " +
-                                     shell_escape(api_root(server_url_) + "/api/security/config"));
+                                     shell_word(api_root(server_url_) + "/api/security/config"));
   status.reachable = result.exit_code == 0;
   status.health_status = status.reachable ? "reachable" : "unreachable";
   status.message = status.reachable ? std::move(result.output) : "relay health request failed";
@@ -62,29 +60,30 @@ ServerStatus RelayClient::health(const std::string& wallet) const {
 
 std::string RelayClient::bind_wallet(const std::string& wallet,
                                      const std::string& connector_id) const {
-  return call_relay(post_command(api_root(server_url_) + "/api/connector/bind",
-                                 R"({"wallet":")" + wallet + R"(","connectorId":")" + connector_id +
-                                     R"(","connectorLabel":"macOS connector"})"),
+  const std::string body = json_object({{"wallet", json_raw(wallet)},
+                                        {"connectorId", json_raw(connector_id)},
+                                        {"connectorLabel", json_raw("macOS connector")}});
+  return call_relay(post_line(api_root(server_url_) + "/api/connector/bind", body),
                     "bind_request_failed");
 }
 
 std::string RelayClient::bind_status(const std::string& wallet,
                                      const std::string& connector_id) const {
-  std::string command = "curl -sS --max-time 15 ";
+  ShellLine line("curl -sS --max-time 15 ");
   if (!wallet.empty()) {
-    command += "-H " + shell_escape("x-morvane-wallet: " + wallet) + " ";
+    line = line + "-H " + shell_word("x-morvane-wallet: " + wallet) + " ";
   }
-  return call_relay(
-      command + shell_escape(api_root(server_url_) +
-                             "/api/connector/bind-status?connectorId=" + connector_id),
-      "bind_status_failed");
+  return call_relay(line + shell_word(api_root(server_url_) +
+                                      "/api/connector/bind-status?connectorId=" + connector_id),
+                    "bind_status_failed");
 }
 
 std::string RelayClient::claim_token(const std::string& token, const std::string& connector_id,
                                      const std::string& connector_label) const {
-  return call_relay(post_command(api_root(server_url_) + "/api/connector/claim-token",
-                                 R"({"token":")" + token + R"(","connectorId":")" + connector_id +
-                                     R"(","connectorLabel":")" + connector_label + "\"}"),
+  const std::string body = json_object({{"token", json_raw(token)},
+                                        {"connectorId", json_raw(connector_id)},
+                                        {"connectorLabel", json_raw(connector_label)}});
+  return call_relay(post_line(api_root(server_url_) + "/api/connector/claim-token", body),
                     "claim_token_failed");
 }
 

@@ -10,10 +10,10 @@ class ConfigStore {
   // Creates `root` with all missing parents; throws std::filesystem::filesystem_error on failure.
   explicit ConfigStore(std::string root);
 
-  // The root as it was passed.
+  // The root as it was passed. Unused.
   std::string app_root() const;
 
-  // Now, in UTC, to the second: 2025-03-07T09:05:03Z.
+  // Now, in UTC, to the second: 2025-03-07T09:05:03Z. Unused.
   std::string now_iso8601() const;
 
  private:

@@ -6,6 +6,7 @@
 
 #include "state/private_file.hpp"
 #include "state/record_text.hpp"
+#include "state/state_files.hpp"
 
 namespace morvane::connector {
 namespace {
@@ -19,7 +20,7 @@ constexpr RecordFields<DeviceIdentity, 6> identity_fields = {{
     {"paired", &DeviceIdentity::paired},
 }};
 
-std::string identity_path(const std::string& root) { return root + "/device_identity.env"; }
+std::string identity_path(const std::string& root) { return root + state_files::identity; }
 
 // `count` hex digits from one 32-bit seed: an identifier, not a secret.
 std::string random_hex(std::size_t count) {
@@ -49,7 +50,7 @@ DeviceIdentityStore::DeviceIdentityStore(std::string root) : root_(std::move(roo
 DeviceIdentity DeviceIdentityStore::load_or_create() {
   DeviceIdentity identity;
   from_text(read_file(identity_path(root_)).value_or(""), identity_fields, identity);
-  // A file that lost its device id belongs to no known installation: nothing of it is kept.
+  // Meant: without its device id nothing else of the file is kept.
   if (identity.device_id.empty()) {
     identity = fresh_identity();
   }

@@ -11,7 +11,8 @@ struct DeviceIdentity {
   std::string device_label;
   std::string platform;
   std::string owner_wallet;  // the owner's public address, empty when none
-  bool paired = false;       // the relay has reported the wallet bound
+  // Set when the relay reports the wallet bound, and by bind-wallet whatever the relay says.
+  bool paired = false;
 };
 
 // Keeps the identity in device_identity.env under the application root.

@@ -6,8 +6,8 @@
 #include <system_error>
 #include <utility>
 
-#include "net/shell.hpp"
 #include "state/private_file.hpp"
+#include "state/state_files.hpp"
 
 namespace morvane::connector {
 namespace {
@@ -24,8 +24,8 @@ std::string sanitize_exchange(std::string exchange) {
 
 }  // namespace
 
-KeyVault::KeyVault(std::string root, std::string security_tool)
-    : root_(std::move(root)), security_tool_(std::move(security_tool)) {
+KeyVault::KeyVault(std::string root, Literal security_tool)
+    : root_(std::move(root)), security_tool_(security_tool) {
   own_folder(root_);
 }
 
@@ -33,9 +33,8 @@ bool KeyVault::save(const StoredCredential& credential) {
   const std::string text = to_credential_text(credential);
   // The keychain's copy has no line feed after its last line.
   const std::string payload = text.substr(0, text.size() - 1);
-  const CommandOutput result =
-      run_command(security_command("add-generic-password -U", credential.exchange) + " -w " +
-                  shell_escape(payload));
+  const CommandOutput result = run_command(
+      security_line("add-generic-password -U", credential.exchange) + " -w " + shell_word(payload));
   if (result.exit_code == 0) {
     append_line(index_path(), credential.exchange);
     return true;
@@ -45,7 +44,7 @@ bool KeyVault::save(const StoredCredential& credential) {
 
 std::optional<StoredCredential> KeyVault::load(const std::string& exchange) const {
   const CommandOutput result =
-      run_command(security_command("find-generic-password", exchange) + " -w");
+      run_command(security_line("find-generic-password", exchange) + " -w");
   if (result.exit_code == 0) {
     // Meant: the keychain's answer counts even with empty fields; the file is not asked then.
     StoredCredential credential = parse_credential_text(decode_keychain_output(result.output));
@@ -63,7 +62,7 @@ std::optional<StoredCredential> KeyVault::load(const std::string& exchange) cons
 
 bool KeyVault::remove(const std::string& exchange) {
   // Meant: the keychain item and its index line stay, so a key saved there is still listed and
-  // loadable; only its owner takes it out, with the keychain's own tools.
+  // loadable.
   const std::string path = fallback_path(exchange);
   std::error_code failed;
   fs::remove(path, failed);
@@ -87,7 +86,8 @@ std::vector<std::string> KeyVault::list_exchanges() const {
   }
   std::error_code ignored;
   for (const fs::directory_entry& entry : fs::directory_iterator(root_, ignored)) {
-    if (entry.is_regular_file(ignored) && entry.path().extension() == ".vault") {
+    if (entry.is_regular_file(ignored) &&
+        entry.path().extension() == state_files::fallback_extension) {
       exchanges.push_back(entry.path().stem().string());
     }
   }
@@ -97,16 +97,15 @@ std::vector<std::string> KeyVault::list_exchanges() const {
 std::string KeyVault::backend_name() const { return "macos_keychain_with_file_fallback"; }
 
 std::string KeyVault::fallback_path(const std::string& exchange) const {
-  return root_ + "/" + sanitize_exchange(exchange) + ".vault";
+  return root_ + "/" + sanitize_exchange(exchange) + state_files::fallback_extension;
 }
 
-std::string KeyVault::index_path() const { return root_ + "/vault_index.txt"; }
+std::string KeyVault::index_path() const { return root_ + state_files::vault_index; }
 
-std::string KeyVault::security_command(const std::string& subcommand,
-                                       const std::string& exchange) const {
+ShellLine KeyVault::security_line(Literal subcommand, const std::string& exchange) const {
   const std::string account = sanitize_exchange(exchange);
-  return security_tool_ + " " + subcommand + " -s " + shell_escape("morvane.connector." + account) +
-         " -a " + shell_escape(account);
+  return ShellLine(security_tool_) + " " + subcommand + " -s " +
+         shell_word("morvane.connector." + account) + " -a " + shell_word(account);
 }
 
 }  // namespace morvane::connector

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "net/shell.hpp"
 #include "state/credential_text.hpp"
 
 namespace morvane::connector {
@@ -15,9 +16,9 @@ class KeyVault {
   // Creates the folder `root` (throws std::filesystem::filesystem_error on failure) and takes
   // group's and others' rights from it and from every file in it. `security_tool` is the keychain
   // tool (security(1)) as a literal of a command line: a path without blanks.
-  explicit KeyVault(std::string root, std::string security_tool = "/usr/bin/security");
+  explicit KeyVault(std::string root, Literal security_tool = "/usr/bin/security");
 
-  // True when the credential is in the keychain or else in the fallback file.
+  // True when the keychain took the credential, or else when the fallback file could be opened.
   bool save(const StoredCredential& credential);
 
   // The credential of `exchange`, keychain first; nothing when neither place has one. A damaged
@@ -37,10 +38,10 @@ class KeyVault {
   std::string fallback_path(const std::string& exchange) const;
   std::string index_path() const;
   // The tool's command line up to "-a <account>" for one of its subcommands.
-  std::string security_command(const std::string& subcommand, const std::string& exchange) const;
+  ShellLine security_line(Literal subcommand, const std::string& exchange) const;
 
   std::string root_;
-  std::string security_tool_;
+  Literal security_tool_;
 };
 
 }  // namespace morvane::connector

@@ -5,6 +5,7 @@
 
 #include "state/private_file.hpp"
 #include "state/record_text.hpp"
+#include "state/state_files.hpp"
 
 namespace morvane::connector {
 namespace {
@@ -19,7 +20,7 @@ constexpr RecordFields<PairingState, 7> pairing_fields = {{
     {"wallet_approval_confirmed", &PairingState::wallet_approval_confirmed},
 }};
 
-std::string pairing_path(const std::string& root) { return root + "/pairing.env"; }
+std::string pairing_path(const std::string& root) { return root + state_files::pairing; }
 
 }  // namespace
 
@@ -29,7 +30,7 @@ PairingStore::PairingStore(std::string root) : root_(std::move(root)) {
 
 PairingState PairingStore::load() const {
   PairingState state;
-  state.pairing_status = "unpaired";
+  state.pairing_status = pairing_status::unpaired;
   from_text(read_file(pairing_path(root_)).value_or(""), pairing_fields, state);
   return state;
 }
@@ -41,10 +42,10 @@ bool PairingStore::save(const PairingState& state) const {
 bool PairingStore::set_owner_wallet(const std::string& address) const {
   PairingState state = load();
   state.owner_wallet_address = address;
-  // Meant: load() answers "unpaired" where there is no file, so only an emptied status line
-  // becomes "wallet_set"; set-wallet prints the status as it stands.
+  // Meant: load() answers "unpaired" where there is no file, so that only an emptied status line
+  // becomes "wallet_set".
   if (state.pairing_status.empty()) {
-    state.pairing_status = "wallet_set";
+    state.pairing_status = pairing_status::wallet_set;
   }
   return save(state);
 }

@@ -37,9 +37,6 @@ class OpenFile {
   }
   ~OpenFile() { ::close(descriptor_); }
   OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-  OpenFile(OpenFile&&) = delete;
-  OpenFile& operator=(OpenFile&&) = delete;
 
   explicit operator bool() const { return is_file_; }
 

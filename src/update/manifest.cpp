@@ -53,30 +53,6 @@ std::string extract_json_string(std::string_view json, std::string_view key) {
   return "";
 }
 
-std::string json_escape(std::string_view text) {
-  std::string escaped;
-  for (const char byte : text) {
-    switch (byte) {
-      case '\t':
-        escaped += "\\t";
-        break;
-      case '\n':
-        escaped += "\\n";
-        break;
-      case '\r':
-        escaped += "\\r";
-        break;
-      case '"':
-      case '\\':
-        escaped += '\\';
-        [[fallthrough]];
-      default:
-        escaped += byte;
-    }
-  }
-  return escaped;
-}
-
 std::vector<int> parse_version_parts(const std::string& text) {
   std::vector<int> parts;
   std::istringstream pieces(text);

@@ -12,10 +12,6 @@ namespace morvane::connector {
 // bytes of any length are scanned in linear time and constant stack. `key` holds no quote.
 std::string extract_json_string(std::string_view json, std::string_view key);
 
-// `text` for the inside of a JSON string: tab, line feed, carriage return, quote and backslash are
-// escaped, every other byte stands as it is.
-std::string json_escape(std::string_view text);
-
 // The numbers between the dots of `text`. A piece counts up to its first non-digit; one that
 // starts with no number, or is out of an int's range, is 0.
 std::vector<int> parse_version_parts(const std::string& text);

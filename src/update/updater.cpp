@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <initializer_list>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "net/json.hpp"
 #include "net/shell.hpp"
+#include "net/text.hpp"
 #include "state/private_file.hpp"
+#include "state/state_files.hpp"
 #include "update/manifest.hpp"
 
 namespace morvane::connector {
@@ -16,13 +17,29 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// What the published manifest says; all empty when it could not be had.
+struct Manifest {
+  std::string text;
+  std::string version;
+  std::string image_url;
+
+  bool names_a_release() const { return !version.empty() && !image_url.empty(); }
+};
+
 // The manifest's text, or empty when it could not be had.
 std::string fetch_manifest(const std::string& url) {
-  CommandOutput result = run_command("curl -sS --fail --max-time 20 " + shell_escape(url));
+  CommandOutput result = run_command("curl -sS --fail --max-time 20 " + shell_word(url));
   return result.exit_code == 0 ? std::move(result.output) : "";
 }
 
-std::string updates_dir_for(const std::string& root) { return root + "/updates"; }
+Manifest read_manifest(const std::string& url) {
+  std::string text = fetch_manifest(url);
+  std::string version = extract_json_string(text, "version");
+  std::string image_url = extract_json_string(text, "dmgUrl");
+  return {std::move(text), std::move(version), std::move(image_url)};
+}
+
+std::string updates_dir_for(const std::string& root) { return root + state_files::updates; }
 
 // The version comes from the network: a "/" in it must not lead out of the folder.
 std::string latest_download_target(const std::string& app_root, std::string version) {
@@ -35,32 +52,27 @@ std::string latest_symlink_target(const std::string& app_root) {
   return updates_dir_for(app_root) + "/Morvane-Connector-latest.dmg";
 }
 
-struct Member {
-  std::string_view name;
-  std::string value;  // as it stands in the JSON
-};
-
-std::string json_string(const std::string& text) { return "\"" + json_escape(text) + "\""; }
-
-std::string json_object(std::initializer_list<Member> members) {
-  std::string object;
-  for (const Member& member : members) {
-    object += (object.empty() ? "{\"" : ",\"");
-    object.append(member.name).append("\":").append(member.value);
-  }
-  return object + "}";
-}
-
 std::string manifest_invalid(const std::string& manifest_url, const std::string& manifest) {
-  return json_object({{"status", json_string("error")},
-                      {"reason", json_string("manifest_invalid")},
-                      {"manifest_url", json_string(manifest_url)},
-                      {"manifest", manifest}});
+  return fail_json("manifest_invalid",
+                   {{"manifest_url", json_text(manifest_url)}, {"manifest", manifest}});
 }
 
 // curl takes a text that begins with "-" for an option, and braces and brackets for many addresses.
 bool is_one_address(const std::string& url) {
   return url.front() != '-' && url.find_first_of("{}[]") == std::string::npos;
+}
+
+// Whether curl may write there: a pipe, say, would hold it up.
+bool is_free_for_a_file(const std::string& path) {
+  std::error_code ignored;
+  return !fs::exists(path, ignored) || fs::is_regular_file(path, ignored);
+}
+
+bool fetch_image(const std::string& url, const std::string& image) {
+  return is_one_address(url) && is_free_for_a_file(image) &&
+         run_command("curl -sS --fail --max-time 300 -L " + shell_word(url) + " -o " +
+                     shell_word(image))
+                 .exit_code == 0;
 }
 
 // Leaves a whole copy of `image` as `latest`, or none.
@@ -94,94 +106,75 @@ Updater::Updater(std::string app_root, std::string manifest_url, std::string cur
 }
 
 std::string Updater::check() const {
-  const std::string manifest = fetch_manifest(manifest_url_);
-  if (manifest.empty()) {
-    return json_object({{"status", json_string("error")},
-                        {"reason", json_string("update_check_failed")},
-                        {"manifest_url", json_string(manifest_url_)}});
+  const Manifest manifest = read_manifest(manifest_url_);
+  if (manifest.text.empty()) {
+    return fail_json("update_check_failed", {{"manifest_url", json_text(manifest_url_)}});
   }
-  const std::string version = extract_json_string(manifest, "version");
-  const std::string image_url = extract_json_string(manifest, "dmgUrl");
-  if (version.empty() || image_url.empty()) {
-    return manifest_invalid(manifest_url_, manifest);
+  if (!manifest.names_a_release()) {
+    return manifest_invalid(manifest_url_, manifest.text);
   }
-  const bool update_available = compare_versions(current_version_, version) < 0;
-  return json_object({{"status", json_string("ok")},
-                      {"current_version", json_string(current_version_)},
-                      {"latest_version", json_string(version)},
-                      {"update_available", update_available ? "true" : "false"},
-                      {"channel", json_string(extract_json_string(manifest, "channel"))},
-                      {"manifest_url", json_string(manifest_url_)},
-                      {"dmg_url", json_string(image_url)},
-                      {"manifest", manifest}});
+  return json_object({{"status", json_text("ok")},
+                      {"current_version", json_text(current_version_)},
+                      {"latest_version", json_text(manifest.version)},
+                      {"update_available",
+                       true_or_false(compare_versions(current_version_, manifest.version) < 0)},
+                      {"channel", json_text(extract_json_string(manifest.text, "channel"))},
+                      {"manifest_url", json_text(manifest_url_)},
+                      {"dmg_url", json_text(manifest.image_url)},
+                      {"manifest", manifest.text}});
 }
 
 std::string Updater::download() const {
-  const std::string manifest = fetch_manifest(manifest_url_);
-  if (manifest.empty()) {
-    // Meant: another reason than check() gives, so that the platform can tell the two apart.
-    return json_object({{"status", json_string("error")},
-                        {"reason", json_string("manifest_fetch_failed")},
-                        {"manifest_url", json_string(manifest_url_)}});
+  const Manifest manifest = read_manifest(manifest_url_);
+  if (manifest.text.empty()) {
+    // Meant: another reason than check() gives.
+    return fail_json("manifest_fetch_failed", {{"manifest_url", json_text(manifest_url_)}});
   }
-  const std::string version = extract_json_string(manifest, "version");
-  const std::string image_url = extract_json_string(manifest, "dmgUrl");
-  if (version.empty() || image_url.empty()) {
-    return manifest_invalid(manifest_url_, manifest);
+  if (!manifest.names_a_release()) {
+    return manifest_invalid(manifest_url_, manifest.text);
   }
-  if (compare_versions(current_version_, version) >= 0) {
-    return json_object({{"status", json_string("ok")},
-                        {"current_version", json_string(current_version_)},
-                        {"latest_version", json_string(version)},
+  if (compare_versions(current_version_, manifest.version) >= 0) {
+    return json_object({{"status", json_text("ok")},
+                        {"current_version", json_text(current_version_)},
+                        {"latest_version", json_text(manifest.version)},
                         {"update_available", "false"},
-                        {"note", json_string("already_on_latest_version")}});
+                        {"note", json_text("already_on_latest_version")}});
   }
-  const std::string image = latest_download_target(app_root_, version);
-  const bool downloaded = is_one_address(image_url) &&
-                          run_command("curl -sS --fail --max-time 300 -L " +
-                                      shell_escape(image_url) + " -o " + shell_escape(image))
-                                  .exit_code == 0;
-  if (!downloaded) {
-    return json_object({{"status", json_string("error")},
-                        {"reason", json_string("update_download_failed")},
-                        {"latest_version", json_string(version)},
-                        {"dmg_url", json_string(image_url)}});
+  const std::string image = latest_download_target(app_root_, manifest.version);
+  if (!fetch_image(manifest.image_url, image)) {
+    return fail_json("update_download_failed", {{"latest_version", json_text(manifest.version)},
+                                                {"dmg_url", json_text(manifest.image_url)}});
   }
   const std::string latest = latest_symlink_target(app_root_);
   keep_as_latest(image, latest);
-  return json_object({{"status", json_string("ok")},
-                      {"current_version", json_string(current_version_)},
-                      {"latest_version", json_string(version)},
+  return json_object({{"status", json_text("ok")},
+                      {"current_version", json_text(current_version_)},
+                      {"latest_version", json_text(manifest.version)},
                       {"update_available", "true"},
                       {"downloaded", "true"},
-                      {"downloaded_to", json_string(image)},
-                      {"latest_file", json_string(latest)},
-                      {"dmg_url", json_string(image_url)}});
+                      {"downloaded_to", json_text(image)},
+                      {"latest_file", json_text(latest)},
+                      {"dmg_url", json_text(manifest.image_url)}});
 }
 
 std::string Updater::apply() const {
   const std::string folder = updates_dir_for(app_root_);
   std::string image = latest_symlink_target(app_root_);
   std::error_code ignored;
-  if (!fs::exists(image, ignored)) {
+  if (!fs::is_regular_file(image, ignored)) {
     image = first_image(folder, image);
   }
-  if (!fs::exists(image, ignored)) {
-    return json_object({{"status", json_string("error")},
-                        {"reason", json_string("update_file_missing")},
-                        {"updates_dir", json_string(folder)}});
+  if (!fs::is_regular_file(image, ignored)) {
+    return fail_json("update_file_missing", {{"updates_dir", json_text(folder)}});
   }
-  const CommandOutput result = run_command("open " + shell_escape(image));
-  if (result.exit_code != 0) {
-    return json_object({{"status", json_string("error")},
-                        {"reason", json_string("open_dmg_failed")},
-                        {"file", json_string(image)}});
+  if (run_command("open " + shell_word(image)).exit_code != 0) {
+    return fail_json("open_dmg_failed", {{"file", json_text(image)}});
   }
-  return json_object({{"status", json_string("ok")},
+  return json_object({{"status", json_text("ok")},
                       {"applied", "false"},
                       {"install_flow_started", "true"},
-                      {"file", json_string(image)},
-                      {"note", json_string("dmg_opened_drag_updated_app_into_Applications")}});
+                      {"file", json_text(image)},
+                      {"note", json_text("dmg_opened_drag_updated_app_into_Applications")}});
 }
 
 }  // namespace morvane::connector

@@ -1,5 +1,5 @@
-#include "exchanges/adapters/adapters.hpp"
-#include "hosts.hpp"
+#include "exchanges/exchange_adapter.hpp"
+#include "exchanges/live_check.hpp"
 #include "net/digest.hpp"
 
 // BingX, USDT-M perpetual swaps. Parameters and signature travel in the query, for every method.
@@ -8,15 +8,12 @@
 namespace morvane::connector {
 namespace {
 
-SignedRequest sign(const ExchangeRequest& request, const StoredCredential& credential,
-                   const std::string& timestamp) {
+Signature sign(const ExchangeRequest& request, const StoredCredential& credential,
+               const std::string& timestamp) {
   const std::string query =
       request.query + (request.query.empty() ? "" : "&") + "timestamp=" + timestamp;
-  return {.method = request.method,
-          .url = hosts::bingx + request.path + "?" + query +
-                 "&signature=" + hmac_sha256_hex(credential.api_secret, query),
-          .headers = {"X-BX-APIKEY: " + credential.api_key},
-          .body = ""};
+  return {{"X-BX-APIKEY: " + credential.api_key},
+          query + "&signature=" + hmac_sha256_hex(credential.api_secret, query)};
 }
 
 std::string bingx_symbol(std::string symbol) {
@@ -27,37 +24,41 @@ std::string bingx_symbol(std::string symbol) {
   return symbol;
 }
 
-ExchangeRequest balance() { return get("/openApi/swap/v2/user/balance", ""); }
-
-ExchangeRequest position(const std::string& symbol) {
-  return get("/openApi/swap/v2/user/positions", "symbol=" + bingx_symbol(symbol));
-}
-
-ExchangeRequest about_order(const char* method, const std::string& symbol,
-                            const std::string& order_id) {
-  return request(method, "/openApi/swap/v2/trade/order",
-                 "symbol=" + bingx_symbol(symbol) + "&orderId=" + order_id);
-}
-
-ExchangeRequest order_status(const std::string& symbol, const std::string& order_id) {
-  return about_order("GET", symbol, order_id);
-}
-
-ExchangeRequest cancel_order(const std::string& symbol, const std::string& order_id) {
-  return about_order("DELETE", symbol, order_id);
+std::string order_query(const std::string& symbol, const std::string& order_id) {
+  return "symbol=" + bingx_symbol(symbol) + "&orderId=" + order_id;
 }
 
 }  // namespace
 
-constexpr ExchangeAdapter bingx = {
-    .id = "bingx",
+extern const ExchangeAdapter bingx_adapter;
+constexpr ExchangeAdapter bingx_adapter = {
     .timestamp = epoch_ms_text,
     .sign = sign,
-    .balance = balance,
-    .position = position,
-    .order_status = order_status,
-    .cancel_order = cancel_order,
-    .trades = nullptr,
+    .balance = [] { return get_request("/openApi/swap/v2/user/balance"); },
+    .position =
+        [](const std::string& symbol) {
+          return get_request("/openApi/swap/v2/user/positions", "symbol=" + bingx_symbol(symbol));
+        },
+    .order_status =
+        [](const std::string& symbol, const std::string& order_id) {
+          return get_request("/openApi/swap/v2/trade/order", order_query(symbol, order_id));
+        },
+    .cancel_order =
+        [](const std::string& symbol, const std::string& order_id) {
+          return delete_request("/openApi/swap/v2/trade/order", order_query(symbol, order_id));
+        },
 };
+
+// The probe asks two versions of one endpoint and prints a JSON array, so that quotes inside an
+// answer come out as \".
+ValidateCredentialsResult ExchangeRegistry::validate_bingx(
+    const ValidateCredentialsRequest& request) const {
+  return run_probe(request,
+                   {.script = probe_scripts::bingx,
+                    .needs_passphrase = false,
+                    .nothing_printed = "failed to execute bingx validation probes",
+                    .evidence = {R"("code":0)", R"("code": 0)", R"(\"code\":0)", R"(\"code\": 0)",
+                                 R"("balance")", R"("equity")", "availableMargin"}});
+}
 
 }  // namespace morvane::connector

@@ -1,6 +1,7 @@
-#include "exchanges/adapters/adapters.hpp"
-#include "hosts.hpp"
+#include "exchanges/exchange_adapter.hpp"
+#include "exchanges/live_check.hpp"
 #include "net/digest.hpp"
+#include "net/text.hpp"
 
 // Bitget, API v2, USDT-M futures ("mix" endpoints).
 // https://www.bitget.com/api-doc/common/signature
@@ -8,56 +9,59 @@
 namespace morvane::connector {
 namespace {
 
-SignedRequest sign(const ExchangeRequest& request, const StoredCredential& credential,
-                   const std::string& timestamp) {
-  const std::string text = timestamp + request.method + request.target() + request.body;
-  return {
-      .method = request.method,
-      .url = hosts::bitget + request.target(),
-      .headers = {"ACCESS-KEY: " + credential.api_key,
-                  "ACCESS-SIGN: " + hmac_sha256_base64(credential.api_secret, text),
-                  "ACCESS-TIMESTAMP: " + timestamp, "ACCESS-PASSPHRASE: " + credential.passphrase,
-                  "Content-Type: application/json"},
-      .body = request.body};
+Signature sign(const ExchangeRequest& request, const StoredCredential& credential,
+               const std::string& timestamp) {
+  const std::string text = timestamp + request.verb() + request.target() + request.body;
+  return {{"ACCESS-KEY: " + credential.api_key,
+           "ACCESS-SIGN: " + hmac_sha256_base64(credential.api_secret, text),
+           "ACCESS-TIMESTAMP: " + timestamp, "ACCESS-PASSPHRASE: " + credential.passphrase,
+           "Content-Type: application/json"},
+          request.query};
 }
 
-// Meant: unguarded, BTCUSDT becomes BTCUSDTUSDT; the platform always sends BASE_USDT here.
+// Meant: unguarded, BTCUSDT becomes BTCUSDTUSDT.
 std::string bitget_symbol(const std::string& symbol) { return base_asset(symbol) + "USDT"; }
-
-// Meant: the balance alone names a language and the platform's channel code.
-ExchangeRequest balance() {
-  ExchangeRequest request = get("/api/v2/mix/account/accounts", "productType=USDT-FUTURES");
-  request.extra_headers = {"locale: en-US", "X-CHANNEL-API-CODE: qzvtk"};
-  return request;
-}
-
-ExchangeRequest position(const std::string& symbol) {
-  return get("/api/v2/mix/position/single-position",
-             "symbol=" + bitget_symbol(symbol) + "&productType=USDT-FUTURES&marginCoin=USDT");
-}
-
-ExchangeRequest order_status(const std::string& symbol, const std::string& order_id) {
-  return get("/api/v2/mix/order/detail",
-             "symbol=" + bitget_symbol(symbol) + "&productType=USDT-FUTURES&orderId=" + order_id);
-}
-
-ExchangeRequest cancel_order(const std::string& symbol, const std::string& order_id) {
-  return post("/api/v2/mix/order/cancel-order",
-              R"({"symbol":")" + bitget_symbol(symbol) +
-                  R"(","productType":"USDT-FUTURES","orderId":")" + order_id + "\"}");
-}
 
 }  // namespace
 
-constexpr ExchangeAdapter bitget = {
-    .id = "bitget",
+extern const ExchangeAdapter bitget_adapter;
+constexpr ExchangeAdapter bitget_adapter = {
     .timestamp = epoch_ms_text,
     .sign = sign,
-    .balance = balance,
-    .position = position,
-    .order_status = order_status,
-    .cancel_order = cancel_order,
-    .trades = nullptr,
+    // Meant: the balance alone names a language and a channel code.
+    .balance = []() -> ExchangeRequest {
+      return {.path = "/api/v2/mix/account/accounts",
+              .query = "productType=USDT-FUTURES",
+              .extra_headers = {"locale: en-US", "X-CHANNEL-API-CODE: qzvtk"}};
+    },
+    .position =
+        [](const std::string& symbol) {
+          return get_request(
+              "/api/v2/mix/position/single-position",
+              filled("symbol=@&productType=USDT-FUTURES&marginCoin=USDT", {bitget_symbol(symbol)}));
+        },
+    .order_status =
+        [](const std::string& symbol, const std::string& order_id) {
+          return get_request("/api/v2/mix/order/detail",
+                             filled("symbol=@&productType=USDT-FUTURES&orderId=@",
+                                    {bitget_symbol(symbol), order_id}));
+        },
+    .cancel_order =
+        [](const std::string& symbol, const std::string& order_id) {
+          return post_request("/api/v2/mix/order/cancel-order",
+                              filled(R"({"symbol":"@","productType":"USDT-FUTURES","orderId":"@"})",
+                                     {bitget_symbol(symbol), order_id}));
+        },
 };
+
+// The probe asks once and prints the answer as it came.
+ValidateCredentialsResult ExchangeRegistry::validate_bitget(
+    const ValidateCredentialsRequest& request) const {
+  return run_probe(request, {.script = probe_scripts::bitget,
+                             .needs_passphrase = true,
+                             .nothing_printed = "failed to execute bitget validation probe",
+                             .evidence = {R"("code":"00000")", R"("available")", R"("marginCoin")",
+                                          R"("accountEquity")"}});
+}
 
 }  // namespace morvane::connector

@@ -1,7 +1,8 @@
-#include "exchanges/adapters/adapters.hpp"
-#include "hosts.hpp"
+#include "exchanges/exchange_adapter.hpp"
+#include "exchanges/live_check.hpp"
 #include "net/clock.hpp"
 #include "net/digest.hpp"
+#include "net/text.hpp"
 
 // OKX, V5 API, USDT-margined swaps. Every request goes to the global site, whichever site the key
 // was validated on.
@@ -10,21 +11,18 @@
 namespace morvane::connector {
 namespace {
 
-SignedRequest sign(const ExchangeRequest& request, const StoredCredential& credential,
-                   const std::string& timestamp) {
-  const std::string signature = hmac_sha256_base64(
-      credential.api_secret, timestamp + request.method + request.target() + request.body);
-  SignedRequest result{
-      .method = request.method,
-      .url = hosts::okx + request.target(),
-      .headers = {"OK-ACCESS-KEY: " + credential.api_key, "OK-ACCESS-SIGN: " + signature,
-                  "OK-ACCESS-TIMESTAMP: " + timestamp,
-                  "OK-ACCESS-PASSPHRASE: " + credential.passphrase},
-      .body = request.body};
-  if (request.method == "POST") {
-    result.headers.emplace_back("Content-Type: application/json");
+Signature sign(const ExchangeRequest& request, const StoredCredential& credential,
+               const std::string& timestamp) {
+  const std::string digest = hmac_sha256_base64(
+      credential.api_secret, timestamp + request.verb() + request.target() + request.body);
+  Signature signature{
+      {"OK-ACCESS-KEY: " + credential.api_key, "OK-ACCESS-SIGN: " + digest,
+       "OK-ACCESS-TIMESTAMP: " + timestamp, "OK-ACCESS-PASSPHRASE: " + credential.passphrase},
+      request.query};
+  if (request.method == HttpMethod::post) {
+    signature.headers.emplace_back("Content-Type: application/json");
   }
-  return result;
+  return signature;
 }
 
 std::string okx_inst_id(const std::string& symbol) {
@@ -32,83 +30,88 @@ std::string okx_inst_id(const std::string& symbol) {
   return suffix == std::string::npos ? symbol : symbol.substr(0, suffix) + "-USDT-SWAP";
 }
 
-const char* position_side(const std::string& side) { return side == "buy" ? "long" : "short"; }
-
-ExchangeRequest balance() { return get("/api/v5/account/balance", "ccy=USDT"); }
-
-ExchangeRequest position(const std::string& symbol) {
-  return get("/api/v5/account/positions", "instType=SWAP&instId=" + okx_inst_id(symbol));
-}
-
-ExchangeRequest order_status(const std::string& symbol, const std::string& order_id) {
-  return get("/api/v5/trade/order", "instId=" + okx_inst_id(symbol) + "&ordId=" + order_id);
-}
-
-ExchangeRequest cancel_order(const std::string& symbol, const std::string& order_id) {
-  return post("/api/v5/trade/cancel-order",
-              R"({"instId":")" + okx_inst_id(symbol) + R"(","ordId":")" + order_id + "\"}");
-}
-
-ExchangeRequest set_leverage(const std::string& symbol, const std::string& side, int leverage) {
-  return post("/api/v5/account/set-leverage",
-              R"({"instId":")" + okx_inst_id(symbol) + R"(","lever":")" + std::to_string(leverage) +
-                  R"(","mgnMode":"isolated","posSide":")" + position_side(side) + "\"}");
-}
+const char* position_side(const LimitOrder& order) { return order.is_long() ? "long" : "short"; }
 
 ExchangeRequest limit_order(const LimitOrder& order, const std::string& side, const char* tail) {
-  return post("/api/v5/trade/order", R"({"instId":")" + okx_inst_id(order.symbol) +
-                                         R"(","tdMode":"isolated","posSide":")" +
-                                         position_side(order.side) + R"(","side":")" + side +
-                                         R"(","ordType":"limit","px":")" + order.price +
-                                         R"(","sz":")" + order.quantity + "\"" + tail + "}");
-}
-
-// Meant: opening copies the caller's side verbatim, so that OKX and not the connector judges it;
-// closing computes the opposite trade.
-ExchangeRequest open(const LimitOrder& order) { return limit_order(order, order.side, ""); }
-
-ExchangeRequest close(const LimitOrder& order) {
-  return limit_order(order, order.side == "buy" ? "sell" : "buy", R"(,"reduceOnly":true)");
-}
-
-// Meant: no start is asked for; the platform reads the latest funding bills whatever the period.
-ExchangeRequest funding(const std::string& symbol, int /*lookback_minutes*/,
-                        std::int64_t /*now_ms*/) {
-  return get("/api/v5/account/bills",
-             "instType=SWAP&instId=" + okx_inst_id(symbol) + "&type=8&limit=50");
-}
-
-ExchangeRequest closing_order(const std::string& symbol, const std::string& order_id) {
-  return get("/api/v5/trade/order",
-             "instId=" + okx_inst_id(symbol) + (order_id.empty() ? "" : "&ordId=" + order_id));
-}
-
-ExchangeRequest closed_positions(const std::string& symbol) {
-  return get("/api/v5/account/positions-history", "instType=SWAP&instId=" + okx_inst_id(symbol));
+  return post_request(
+      "/api/v5/trade/order",
+      filled(R"({"instId":"@","tdMode":"isolated","posSide":"@","side":"@","ordType":"limit",)"
+             R"("px":"@","sz":"@"@})",
+             {okx_inst_id(order.symbol), position_side(order), side, order.price, order.quantity,
+              tail}));
 }
 
 constexpr TradeAdapter trades = {
-    .set_leverage = set_leverage,
-    .open = open,
-    .close = close,
-    .funding = funding,
-    .closing_order = closing_order,
-    .closed_positions = closed_positions,
+    .set_leverage =
+        [](const LimitOrder& order, int leverage) {
+          return post_request(
+              "/api/v5/account/set-leverage",
+              filled(R"({"instId":"@","lever":"@","mgnMode":"isolated","posSide":"@"})",
+                     {okx_inst_id(order.symbol), std::to_string(leverage), position_side(order)}));
+        },
+    // Meant: opening copies the caller's side verbatim; closing computes the opposite trade.
+    .open = [](const LimitOrder& order) { return limit_order(order, order.side, ""); },
+    .close =
+        [](const LimitOrder& order) {
+          return limit_order(order, order.is_long() ? "sell" : "buy", R"(,"reduceOnly":true)");
+        },
+    // Meant: no start is asked for, whatever the look-back.
+    .funding =
+        [](const std::string& symbol, int /*lookback_minutes*/, std::int64_t /*now_ms*/) {
+          return get_request("/api/v5/account/bills",
+                             "instType=SWAP&instId=" + okx_inst_id(symbol) + "&type=8&limit=50");
+        },
+    .closing_order =
+        [](const std::string& symbol, const std::string& order_id) {
+          return get_request(
+              "/api/v5/trade/order",
+              "instId=" + okx_inst_id(symbol) + (order_id.empty() ? "" : "&ordId=" + order_id));
+        },
+    .closed_positions =
+        [](const std::string& symbol) {
+          return get_request("/api/v5/account/positions-history",
+                             "instType=SWAP&instId=" + okx_inst_id(symbol));
+        },
     .report_key = "positions_history",
     .report_in_steps = false,
 };
 
 }  // namespace
 
-constexpr ExchangeAdapter okx = {
-    .id = "okx",
+extern const ExchangeAdapter okx_adapter;
+constexpr ExchangeAdapter okx_adapter = {
     .timestamp = iso8601_now_ms,
     .sign = sign,
-    .balance = balance,
-    .position = position,
-    .order_status = order_status,
-    .cancel_order = cancel_order,
+    .balance = [] { return get_request("/api/v5/account/balance", "ccy=USDT"); },
+    .position =
+        [](const std::string& symbol) {
+          return get_request("/api/v5/account/positions",
+                             "instType=SWAP&instId=" + okx_inst_id(symbol));
+        },
+    .order_status =
+        [](const std::string& symbol, const std::string& order_id) {
+          return get_request("/api/v5/trade/order",
+                             "instId=" + okx_inst_id(symbol) + "&ordId=" + order_id);
+        },
+    .cancel_order =
+        [](const std::string& symbol, const std::string& order_id) {
+          return post_request(
+              "/api/v5/trade/cancel-order",
+              filled(R"({"instId":"@","ordId":"@"})", {okx_inst_id(symbol), order_id}));
+        },
     .trades = &trades,
 };
+
+// The probe asks every site on three paths and prints a JSON array, so that quotes inside an answer
+// come out as \".
+ValidateCredentialsResult ExchangeRegistry::validate_okx(
+    const ValidateCredentialsRequest& request) const {
+  return run_probe(
+      request, {.script = probe_scripts::okx,
+                .needs_passphrase = true,
+                .nothing_printed = "failed to execute okx validation probes",
+                .evidence = {R"("code":"0")", R"("code": "0")", R"(\"code\":\"0\")", R"("posMode")",
+                             R"("acctLv")", R"("details")", R"("availBal")", R"("availEq")"}});
+}
 
 }  // namespace morvane::connector

@@ -1,0 +1,113 @@
+#include "app/connector_app.hpp"
+#include "net/json.hpp"
+#include "net/text.hpp"
+#include "relay/binding.hpp"
+
+// The members of ConnectorApp that bind it to the owner's platform account: each asks the relay,
+// lets the answer change identity and pairing, saves both and answers.
+
+namespace morvane::connector {
+namespace {
+
+std::string connector_label(const DeviceIdentity& identity) {
+  return identity.device_label.empty() ? "macOS connector" : identity.device_label;
+}
+
+std::string bind_state_json(const std::string& state, const std::string& connector_id,
+                            const std::string& pairing_status) {
+  return json_object({{"status", json_raw("ok")},
+                      {"bindState", json_raw(state)},
+                      {"connectorId", json_raw(connector_id)},
+                      {"pairingStatus", json_raw(pairing_status)}});
+}
+
+}  // namespace
+
+std::string ConnectorApp::server_health() const {
+  const ServerStatus status = relay_.health(identity_.owner_wallet);
+  // The relay's own JSON stands bare; our words need their quotes.
+  return json_object({{"status", json_raw("ok")},
+                      {"relay_url", json_raw(status.relay_url)},
+                      {"reachable", true_or_false(status.reachable)},
+                      {"health_status", json_raw(status.health_status)},
+                      {"wallet_address", json_raw(status.wallet_address)},
+                      {"message", status.reachable ? status.message : json_raw(status.message)}});
+}
+
+std::string ConnectorApp::bind_wallet_to_server() {
+  if (pairing_.owner_wallet_address.empty()) {
+    return fail_json("wallet_missing");
+  }
+  std::string response = relay_.bind_wallet(pairing_.owner_wallet_address, identity_.device_id);
+  // Meant: bound whatever the relay said, even when it is down.
+  apply_bound_pairing_state();
+  return response;
+}
+
+std::string ConnectorApp::claim_bind_token(const std::string& token) {
+  if (token.empty()) {
+    return fail_json("token_missing");
+  }
+  std::string response = relay_.claim_token(token, identity_.device_id, connector_label(identity_));
+  if (is_claimed(response)) {
+    become_pending(identity_, pairing_);
+    pairing_.latest_bind_token = token;
+    identity_.owner_wallet.clear();
+    persist_pairing_state();
+  }
+  return response;
+}
+
+std::string ConnectorApp::binding_status() {
+  // A claimed token may have its wallet by now: claiming it again asks for that, and nothing else
+  // of the answer is used.
+  if (pairing_.owner_wallet_address.empty() && !pairing_.latest_bind_token.empty()) {
+    const std::string claim = relay_.claim_token(pairing_.latest_bind_token, identity_.device_id,
+                                                 connector_label(identity_));
+    if (const auto wallet = wallet_in(claim)) {
+      pairing_.owner_wallet_address = *wallet;
+      pairing_store_.save(pairing_);
+    }
+  }
+  if (pairing_.owner_wallet_address.empty()) {
+    return bind_state_json(
+        has_pending_token_state(pairing_) ? pairing_status::pending_signature : "token_waiting",
+        identity_.device_id, pairing_.pairing_status);
+  }
+
+  std::string response = relay_.bind_status(pairing_.owner_wallet_address, identity_.device_id);
+  const auto wallet = wallet_in(response);
+  if (is_lost(response)) {
+    disconnect_binding();
+    return bind_state_json("token_waiting", identity_.device_id, pairing_.pairing_status);
+  }
+  if (response_has_bind_state(response, "authorized")) {
+    pairing_.owner_wallet_address = wallet.value_or(pairing_.owner_wallet_address);
+    apply_bound_pairing_state();
+  } else if (response_has_bind_state(response, "pending_signature")) {
+    become_pending(identity_, pairing_);
+    pairing_.owner_wallet_address = wallet.value_or(pairing_.owner_wallet_address);
+    identity_.owner_wallet = wallet.value_or(identity_.owner_wallet);
+    persist_pairing_state();
+  }
+  return response;
+}
+
+std::string ConnectorApp::disconnect_binding() {
+  become_unbound(identity_, pairing_);
+  persist_pairing_state();
+  return json_object({{"status", json_raw("ok")}, {"state", json_raw("disconnected")}});
+}
+
+void ConnectorApp::apply_bound_pairing_state() {
+  become_bound(identity_, pairing_);
+  persist_pairing_state();
+}
+
+void ConnectorApp::persist_pairing_state() {
+  identity_store_.save(identity_);
+  health_ = pairing_health();
+  pairing_store_.save(pairing_);
+}
+
+}  // namespace morvane::connector

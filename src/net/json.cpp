@@ -1,0 +1,49 @@
+#include "net/json.hpp"
+
+namespace morvane::connector {
+
+std::string json_object(const std::vector<JsonMember>& members) {
+  std::string object = "{";
+  for (const JsonMember& member : members) {
+    object += object.size() > 1 ? ",\"" : "\"";
+    object.append(member.name).append("\":").append(member.value);
+  }
+  return object += '}';
+}
+
+std::string json_raw(std::string_view text) { return std::string("\"").append(text).append("\""); }
+
+std::string json_text(std::string_view text) { return json_raw(json_escape(text)); }
+
+std::string json_escape(std::string_view text) {
+  std::string escaped;
+  for (const char byte : text) {
+    switch (byte) {
+      case '\t':
+        escaped += "\\t";
+        break;
+      case '\n':
+        escaped += "\\n";
+        break;
+      case '\r':
+        escaped += "\\r";
+        break;
+      case '"':
+      case '\\':
+        escaped += '\\';
+        [[fallthrough]];
+      default:
+        escaped += byte;
+    }
+  }
+  return escaped;
+}
+
+std::string fail_json(std::string_view reason, const std::vector<JsonMember>& more) {
+  const std::string word = json_raw(reason);
+  std::vector<JsonMember> members = {{"status", "\"error\""}, {"reason", word}};
+  members.insert(members.end(), more.begin(), more.end());
+  return json_object(members);
+}
+
+}  // namespace morvane::connector
