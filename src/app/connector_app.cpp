@@ -66,15 +66,6 @@ ValidateCredentialsResult ConnectorApp::validate_and_save(
   return result;
 }
 
-std::optional<StoredCredential> ConnectorApp::load_exchange_credentials(
-    const std::string& exchange) const {
-  return vault_.load(exchange);
-}
-
-bool ConnectorApp::delete_exchange_credentials(const std::string& exchange) {
-  return vault_.remove(exchange);
-}
-
 bool ConnectorApp::set_owner_wallet(const std::string& address) {
   if (!pairing_store_.set_owner_wallet(address)) {
     return false;
@@ -84,8 +75,6 @@ bool ConnectorApp::set_owner_wallet(const std::string& address) {
   identity_.paired = false;
   return identity_store_.save(identity_);
 }
-
-PairingState ConnectorApp::pairing_state() const { return pairing_; }
 
 ConnectorSnapshot ConnectorApp::snapshot() const {
   std::vector<ExchangeConnection> exchanges = registry_.bootstrap();
@@ -102,56 +91,5 @@ ConnectorSnapshot ConnectorApp::snapshot() const {
           .vault_backend = vault_.backend_name(),
           .exchanges = std::move(exchanges)};
 }
-
-std::vector<ExchangeCapabilityMatrix> ConnectorApp::capability_matrix() const {
-  return tolvek_capability_baseline();
-}
-
-std::string ConnectorApp::get_balance(const std::string& exchange) const {
-  return reader_.get_balance(exchange);
-}
-
-std::string ConnectorApp::get_position(const std::string& exchange,
-                                       const std::string& symbol) const {
-  return reader_.get_position(exchange, symbol);
-}
-
-std::string ConnectorApp::get_order_status(const std::string& exchange, const std::string& symbol,
-                                           const std::string& order_id) const {
-  return reader_.get_order_status(exchange, symbol, order_id);
-}
-
-std::string ConnectorApp::cancel_order(const std::string& exchange, const std::string& symbol,
-                                       const std::string& order_id) const {
-  return reader_.cancel_order(exchange, symbol, order_id);
-}
-
-std::string ConnectorApp::get_funding(const std::string& exchange, const std::string& symbol,
-                                      int lookback_minutes) const {
-  return executor_.get_funding(exchange, symbol, lookback_minutes);
-}
-
-std::string ConnectorApp::get_close_report(const std::string& exchange, const std::string& symbol,
-                                           const std::string& order_id) const {
-  return executor_.get_close_report(exchange, symbol, order_id);
-}
-
-std::string ConnectorApp::place_open(const std::string& exchange, const std::string& symbol,
-                                     const std::string& side, const std::string& quantity,
-                                     const std::string& price, int leverage) const {
-  return executor_.place_open(exchange, symbol, side, quantity, price, leverage);
-}
-
-std::string ConnectorApp::place_close(const std::string& exchange, const std::string& symbol,
-                                      const std::string& side, const std::string& quantity,
-                                      const std::string& price) const {
-  return executor_.place_close(exchange, symbol, side, quantity, price);
-}
-
-std::string ConnectorApp::update_check() const { return updater_.check(); }
-
-std::string ConnectorApp::update_download() const { return updater_.download(); }
-
-std::string ConnectorApp::update_apply() const { return updater_.apply(); }
 
 }  // namespace morvane::connector

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "app/capabilities.hpp"
-#include "app/connector_health.hpp"
 #include "app/snapshot.hpp"
 #include "exchanges/cex_executor.hpp"
 #include "exchanges/cex_reader.hpp"
@@ -35,16 +34,20 @@ class ConnectorApp {
   // Proves the credential live and keeps it when it is valid, a read-only one too. A vault that
   // refuses it turns the result into an error.
   ValidateCredentialsResult validate_and_save(const ValidateCredentialsRequest& request);
-  std::optional<StoredCredential> load_exchange_credentials(const std::string& exchange) const;
-  bool delete_exchange_credentials(const std::string& exchange);
+  std::optional<StoredCredential> load_exchange_credentials(const std::string& exchange) const {
+    return vault_.load(exchange);
+  }
+  bool delete_exchange_credentials(const std::string& exchange) { return vault_.remove(exchange); }
 
   // Records the owner's wallet, unchecked, and unpairs the identity. False when a file could not
   // be opened for writing.
   bool set_owner_wallet(const std::string& address);
-  PairingState pairing_state() const;
+  PairingState pairing_state() const { return pairing_; }
 
   ConnectorSnapshot snapshot() const;
-  std::vector<ExchangeCapabilityMatrix> capability_matrix() const;
+  std::vector<ExchangeCapabilityMatrix> capability_matrix() const {
+    return tolvek_capability_baseline();
+  }
 
   // From here on, each answers one-line JSON: {"status":"ok",...}, or {"status":"error"} with one
   // of these reasons, the first that applies.
@@ -59,25 +62,41 @@ class ConnectorApp {
   // http_failed says that curl failed at least once; what it sent may have been done. State files
   // that cannot be written are not reported.
 
-  std::string get_balance(const std::string& exchange) const;
-  std::string get_position(const std::string& exchange, const std::string& symbol) const;
+  std::string get_balance(const std::string& exchange) const {
+    return reader_.get_balance(exchange);
+  }
+  std::string get_position(const std::string& exchange, const std::string& symbol) const {
+    return reader_.get_position(exchange, symbol);
+  }
   std::string get_order_status(const std::string& exchange, const std::string& symbol,
-                               const std::string& order_id) const;
+                               const std::string& order_id) const {
+    return reader_.get_order_status(exchange, symbol, order_id);
+  }
   std::string cancel_order(const std::string& exchange, const std::string& symbol,
-                           const std::string& order_id) const;
+                           const std::string& order_id) const {
+    return reader_.cancel_order(exchange, symbol, order_id);
+  }
   std::string get_funding(const std::string& exchange, const std::string& symbol,
-                          int lookback_minutes) const;
+                          int lookback_minutes) const {
+    return executor_.get_funding(exchange, symbol, lookback_minutes);
+  }
   std::string get_close_report(const std::string& exchange, const std::string& symbol,
-                               const std::string& order_id) const;
+                               const std::string& order_id) const {
+    return executor_.get_close_report(exchange, symbol, order_id);
+  }
   std::string place_open(const std::string& exchange, const std::string& symbol,
                          const std::string& side, const std::string& quantity,
-                         const std::string& price, int leverage) const;
+                         const std::string& price, int leverage) const {
+    return executor_.place_open(exchange, symbol, side, quantity, price, leverage);
+  }
   std::string place_close(const std::string& exchange, const std::string& symbol,
                           const std::string& side, const std::string& quantity,
-                          const std::string& price) const;
-  std::string update_check() const;
-  std::string update_download() const;
-  std::string update_apply() const;
+                          const std::string& price) const {
+    return executor_.place_close(exchange, symbol, side, quantity, price);
+  }
+  std::string update_check() const { return updater_.check(); }
+  std::string update_download() const { return updater_.download(); }
+  std::string update_apply() const { return updater_.apply(); }
 
   // In app/connector_binding.cpp.
   std::string server_health() const;

@@ -33,7 +33,7 @@ fs::path application_root() {
   if (const char* home = std::getenv("HOME")) {
     return fs::path(home) / ".morvane-connector";
   }
-  const fs::path root = fs::temp_directory_path() / "morvane-connector";
+  fs::path root = fs::temp_directory_path() / "morvane-connector";
   morvane::connector::create_among_strangers(root.string());
   return root;
 }

@@ -3,11 +3,16 @@
 #include <string>
 #include <vector>
 
-#include "app/connector_health.hpp"
 #include "exchanges/exchange_registry.hpp"
 #include "state/device_identity.hpp"
 
 namespace morvane::connector {
+
+// The connector as a whole. `degraded` and `error` are never set by this release.
+enum class ConnectorHealth { starting, pairing_required, ready, degraded, error };
+
+// The value's own name; "unknown" for anything outside the enumeration.
+std::string to_string(ConnectorHealth health);
 
 // What the connector knows of itself without asking anyone.
 struct ConnectorSnapshot {

@@ -34,6 +34,20 @@ constexpr auto exchanges = std::to_array<Exchange>({
 
 std::span<const Exchange> catalogue() { return exchanges; }
 
+HttpResult Exchange::call(const ExchangeRequest& request, const StoredCredential& credential,
+                          const std::string& timestamp) const {
+  Signature signature = adapter->sign(request, credential, timestamp);
+  signature.headers.insert(signature.headers.end(), request.extra_headers.begin(),
+                           request.extra_headers.end());
+  const std::string headers = make_headers(signature.headers);
+  const std::string url = std::string(host.text()) + request.path +
+                          (signature.query.empty() ? "" : "?" + signature.query);
+  if (request.method == HttpMethod::post) {
+    return http_post_json(url, request.body, headers);
+  }
+  return request.method == HttpMethod::del ? http_delete(url, headers) : http_get(url, headers);
+}
+
 const Exchange* find_exchange(std::string_view id) {
   for (const Exchange& exchange : exchanges) {
     if (exchange.id == id) {

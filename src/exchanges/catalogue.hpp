@@ -20,6 +20,10 @@ struct Exchange {
   bool claimed = false;                              // what capabilities says of every operation
   std::array<Literal, 2> regional_hosts = {"", ""};  // where the live check asks too
   bool registered = true;  // false for a name of the table of claims alone
+
+  // Signs `request` at `timestamp`, sends it and returns what curl said. Needs the adapter.
+  HttpResult call(const ExchangeRequest& request, const StoredCredential& credential,
+                  const std::string& timestamp) const;
 };
 
 // Every exchange by name, in the order in which they are shown.

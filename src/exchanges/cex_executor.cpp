@@ -3,7 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "exchanges/request_frame.hpp"
+#include "exchanges/catalogue.hpp"
 #include "net/clock.hpp"
 #include "net/json.hpp"
 
@@ -18,7 +18,7 @@ struct Desk {
 
   std::string timestamp() const { return exchange.adapter->timestamp(); }
   HttpResult call(const ExchangeRequest& request, const std::string& at) const {
-    return call_exchange(exchange, request, credential, at);
+    return exchange.call(request, credential, at);
   }
   HttpResult call(const ExchangeRequest& request) const { return call(request, timestamp()); }
 };
@@ -46,33 +46,24 @@ std::optional<std::string> body_of(HttpResult answer) {
   return std::move(answer.body);
 }
 
-// Both halves are sent, whatever becomes of the first.
-std::optional<std::string> report_at_once(const Desk& desk, const std::string& symbol,
-                                          const std::string& order_id) {
-  const HttpResult order = desk.call(desk.trades.closing_order(symbol, order_id));
-  const HttpResult report = desk.call(desk.trades.closed_positions(symbol));
+// The two halves of a close report, at once or in steps.
+std::optional<std::string> close_report(const Desk& desk, const std::string& symbol,
+                                        const std::string& order_id) {
+  const bool in_steps = desk.trades.report_in_steps;
+  const std::string timestamp = desk.timestamp();
+  HttpResult order{.exit_code = 0, .body = "{}"};
+  if (!in_steps || !order_id.empty()) {
+    order = desk.call(desk.trades.closing_order(symbol, order_id), timestamp);
+  }
+  if (in_steps && order.exit_code != 0) {
+    return std::nullopt;
+  }
+  const HttpResult report =
+      desk.call(desk.trades.closed_positions(symbol), in_steps ? timestamp : desk.timestamp());
   if (order.exit_code != 0 || report.exit_code != 0) {
     return std::nullopt;
   }
   return json_object({{"order", order.body}, {desk.trades.report_key, report.body}});
-}
-
-std::optional<std::string> report_in_steps(const Desk& desk, const std::string& symbol,
-                                           const std::string& order_id) {
-  const std::string timestamp = desk.timestamp();
-  std::string order = "{}";
-  if (!order_id.empty()) {
-    HttpResult answer = desk.call(desk.trades.closing_order(symbol, order_id), timestamp);
-    if (answer.exit_code != 0) {
-      return std::nullopt;
-    }
-    order = std::move(answer.body);
-  }
-  const HttpResult report = desk.call(desk.trades.closed_positions(symbol), timestamp);
-  if (report.exit_code != 0) {
-    return std::nullopt;
-  }
-  return json_object({{"order", order}, {desk.trades.report_key, report.body}});
 }
 
 }  // namespace
@@ -113,10 +104,8 @@ std::string CexExecutor::get_funding(const std::string& exchange, const std::str
 
 std::string CexExecutor::get_close_report(const std::string& exchange, const std::string& symbol,
                                           const std::string& order_id) const {
-  return trade(vault_, exchange, "close_report", [&](const Desk& desk) {
-    return desk.trades.report_in_steps ? report_in_steps(desk, symbol, order_id)
-                                       : report_at_once(desk, symbol, order_id);
-  });
+  return trade(vault_, exchange, "close_report",
+               [&](const Desk& desk) { return close_report(desk, symbol, order_id); });
 }
 
 }  // namespace morvane::connector

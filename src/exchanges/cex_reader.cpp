@@ -1,6 +1,6 @@
 #include "exchanges/cex_reader.hpp"
 
-#include "exchanges/request_frame.hpp"
+#include "exchanges/catalogue.hpp"
 #include "net/json.hpp"
 
 namespace morvane::connector {
@@ -23,7 +23,7 @@ std::string ask(const KeyVault& vault, const std::string& exchange, const char* 
     return fail_json("unsupported_exchange");
   }
   const ExchangeAdapter& adapter = *found->adapter;
-  const HttpResult answer = call_exchange(*found, build(adapter), *credential, adapter.timestamp());
+  const HttpResult answer = found->call(build(adapter), *credential, adapter.timestamp());
   return answer.exit_code == 0 ? ok_json(exchange, kind, answer.body) : fail_json("http_failed");
 }
 

@@ -86,10 +86,9 @@ struct ExchangeAdapter {
   const TradeAdapter* trades = nullptr;  // null where the connector only reads
 };
 
-// The clock in decimal milliseconds, the timestamp of most exchanges.
-std::string epoch_ms_text();
-
 // The text before the first "_", or the whole symbol where there is none.
-std::string base_asset(const std::string& symbol);
+inline std::string base_asset(const std::string& symbol) {
+  return symbol.substr(0, symbol.find('_'));
+}
 
 }  // namespace morvane::connector

@@ -26,11 +26,8 @@ ExchangeRegistry::ExchangeRegistry() {
 std::vector<ExchangeConnection> ExchangeRegistry::bootstrap() const {
   std::vector<ExchangeConnection> connections;
   for (const std::string& exchange : supported_) {
-    connections.push_back({.exchange = exchange,
-                           .status = ExchangeConnectionStatus::not_configured,
-                           .credentials_present = false,
-                           .message = "not configured",
-                           .checked_at = ""});
+    connections.push_back(
+        {exchange, ExchangeConnectionStatus::not_configured, false, "not configured", ""});
   }
   return connections;
 }

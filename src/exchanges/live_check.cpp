@@ -98,29 +98,7 @@ ValidateCredentialsResult run_probe(const ValidateCredentialsRequest& request, c
   return success_result(request, true, false, "live " + exchange + " auth validated", checked_at);
 }
 
-std::string py_string_literal(std::string_view value) {
-  std::string literal = "'";
-  for (const char byte : value) {
-    switch (byte) {
-      case '\t':
-        literal += "\\t";
-        break;
-      case '\n':
-        literal += "\\n";
-        break;
-      case '\r':
-        literal += "\\r";
-        break;
-      case '\'':
-      case '\\':
-        literal += '\\';
-        [[fallthrough]];
-      default:
-        literal += byte;
-    }
-  }
-  return literal += '\'';
-}
+std::string py_string_literal(std::string_view value) { return "'" + escaped(value, '\'') + "'"; }
 
 std::string run_python(const std::string& script) {
   CommandOutput result = run_command("python3 -c " + shell_word(script));

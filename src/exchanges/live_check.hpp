@@ -29,8 +29,8 @@ bool contains_any(std::string_view text, const std::vector<std::string_view>& ne
 CommandOutput ask_directly(const ValidateCredentialsRequest& request, Literal path,
                            const std::vector<std::string>& headers);
 
-// A Python program that asks several hosts, endpoint versions or key versions and prints every
-// answer. One answer that proves the key is enough.
+// A Python program that prints the answer, or a JSON array of answers, in which quotes of an answer
+// come out as \". One answer that proves the key is enough.
 struct Probe {
   probe_scripts::Script script;
   bool needs_passphrase;

@@ -25,6 +25,8 @@ std::int64_t epoch_ms() {
 
 std::int64_t epoch_sec() { return epoch_ms() / 1000; }
 
+std::string epoch_ms_text() { return std::to_string(epoch_ms()); }
+
 std::string iso8601_now() { return iso8601(std::time(nullptr)); }
 
 std::string iso8601_now_ms() { return iso8601_ms(epoch_ms()); }

@@ -9,6 +9,7 @@ namespace morvane::connector {
 // Readings of the system clock since the Unix epoch.
 std::int64_t epoch_ms();
 std::int64_t epoch_sec();
+std::string epoch_ms_text();  // in decimal
 
 // Now, in UTC: 2025-03-07T09:05:03Z and 2025-03-07T09:05:03.042Z.
 std::string iso8601_now();

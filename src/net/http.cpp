@@ -1,5 +1,7 @@
 #include "net/http.hpp"
 
+#include <array>
+#include <cstddef>
 #include <utility>
 
 namespace morvane::connector {
@@ -21,15 +23,8 @@ HttpResult http_any(HttpMethod method, const std::string& url, const std::string
 }  // namespace
 
 Literal word_of(HttpMethod method) {
-  switch (method) {
-    case HttpMethod::get:
-      return "GET";
-    case HttpMethod::post:
-      return "POST";
-    case HttpMethod::del:
-      return "DELETE";
-  }
-  return "";
+  constexpr std::array<Literal, 3> words = {"GET", "POST", "DELETE"};
+  return words[static_cast<std::size_t>(method)];
 }
 
 ShellLine header_arguments(const std::vector<std::string>& lines) {

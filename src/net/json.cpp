@@ -1,5 +1,7 @@
 #include "net/json.hpp"
 
+#include "net/text.hpp"
+
 namespace morvane::connector {
 
 std::string json_object(const std::vector<JsonMember>& members) {
@@ -15,28 +17,13 @@ std::string json_raw(std::string_view text) { return std::string("\"").append(te
 
 std::string json_text(std::string_view text) { return json_raw(json_escape(text)); }
 
-std::string json_escape(std::string_view text) {
-  std::string escaped;
-  for (const char byte : text) {
-    switch (byte) {
-      case '\t':
-        escaped += "\\t";
-        break;
-      case '\n':
-        escaped += "\\n";
-        break;
-      case '\r':
-        escaped += "\\r";
-        break;
-      case '"':
-      case '\\':
-        escaped += '\\';
-        [[fallthrough]];
-      default:
-        escaped += byte;
-    }
-  }
-  return escaped;
+std::string json_escape(std::string_view text) { return escaped(text, '"'); }
+
+std::string ok_json(std::string_view exchange, std::string_view kind, std::string_view body) {
+  return json_object({{"status", json_raw("ok")},
+                      {"exchange", json_raw(exchange)},
+                      {"kind", json_raw(kind)},
+                      {"body", body}});
 }
 
 std::string fail_json(std::string_view reason, const std::vector<JsonMember>& more) {

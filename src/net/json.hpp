@@ -24,6 +24,10 @@ std::string json_text(std::string_view text);
 // escaped, every other byte stands as it is.
 std::string json_escape(std::string_view text);
 
+// {"status":"ok","exchange":...,"kind":...,"body":<body>} around an exchange's raw answer, which is
+// neither parsed nor escaped.
+std::string ok_json(std::string_view exchange, std::string_view kind, std::string_view body);
+
 // {"status":"error","reason":"<reason>",...}; `reason` is one fixed word of the program.
 std::string fail_json(std::string_view reason, const std::vector<JsonMember>& more = {});
 

@@ -21,6 +21,21 @@ std::string filled(std::string_view form, const std::vector<std::string>& values
   return text;
 }
 
+std::string escaped(std::string_view text, char quote) {
+  std::string literal;
+  for (const char byte : text) {
+    const std::size_t control = std::string_view("\t\n\r").find(byte);
+    if (control != std::string_view::npos) {
+      literal.append({'\\', "tnr"[control]});
+    } else if (byte == quote || byte == '\\') {
+      literal.append({'\\', byte});
+    } else {
+      literal += byte;
+    }
+  }
+  return literal;
+}
+
 bool contains(std::string_view text, std::string_view needle) {
   return text.find(needle) != std::string_view::npos;
 }

@@ -15,6 +15,10 @@ std::string trim(std::string text);
 // other.
 std::string filled(std::string_view form, const std::vector<std::string>& values);
 
+// `text` for the inside of a literal between two `quote`: tab, line feed, carriage return, the
+// quote and backslash are escaped with a backslash, every other byte stands as it is.
+std::string escaped(std::string_view text, char quote);
+
 bool contains(std::string_view text, std::string_view needle);
 
 const char* true_or_false(bool value);

@@ -38,10 +38,6 @@ bool RelayClient::connect() {
   return connected_;
 }
 
-bool RelayClient::connected() const { return connected_; }
-
-const std::string& RelayClient::server_url() const { return server_url_; }
-
 ServerStatus RelayClient::health(const std::string& wallet) const {
   ServerStatus status;
   status.relay_url = server_url_;

@@ -1,6 +1,10 @@
 #pragma once
 
 #include <string>
+#include <utility>
+
+#include "net/clock.hpp"
+#include "state/private_file.hpp"
 
 namespace morvane::connector {
 
@@ -8,13 +12,10 @@ namespace morvane::connector {
 class ConfigStore {
  public:
   // Creates `root` with all missing parents; throws std::filesystem::filesystem_error on failure.
-  explicit ConfigStore(std::string root);
+  explicit ConfigStore(std::string root) : root_(std::move(root)) { own_folder(root_); }
 
-  // The root as it was passed. Unused.
-  std::string app_root() const;
-
-  // Now, in UTC, to the second: 2025-03-07T09:05:03Z. Unused.
-  std::string now_iso8601() const;
+  std::string app_root() const { return root_; }             // as it was passed; unused
+  std::string now_iso8601() const { return iso8601_now(); }  // unused
 
  private:
   std::string root_;

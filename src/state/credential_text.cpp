@@ -1,8 +1,6 @@
 #include "state/credential_text.hpp"
 
-#include <algorithm>
 #include <cstddef>
-#include <string_view>
 
 #include "net/text.hpp"
 #include "state/record_text.hpp"
@@ -16,12 +14,6 @@ constexpr RecordFields<StoredCredential, 4> credential_fields = {{
     {"api_secret", &StoredCredential::api_secret},
     {"passphrase", &StoredCredential::passphrase},
 }};
-
-// The value of a hex digit, or -1.
-int hex_value(char digit) {
-  const auto position = std::string_view("0123456789abcdef0123456789ABCDEF").find(digit);
-  return position == std::string_view::npos ? -1 : static_cast<int>(position % 16);
-}
 
 }  // namespace
 
@@ -37,14 +29,13 @@ StoredCredential parse_credential_text(const std::string& text) {
 
 std::string decode_keychain_output(const std::string& output) {
   const std::string digits = trim(output);
-  const bool is_hex =
-      std::all_of(digits.begin(), digits.end(), [](char digit) { return hex_value(digit) >= 0; });
+  const bool is_hex = digits.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
   if (digits.empty() || digits.size() % 2 != 0 || !is_hex) {
     return output;
   }
   std::string text;
   for (std::size_t i = 0; i < digits.size(); i += 2) {
-    text += static_cast<char>(hex_value(digits[i]) * 16 + hex_value(digits[i + 1]));
+    text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
   }
   return text;
 }

@@ -16,8 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr mode_t strangers_rights = S_IRWXG | S_IRWXO;
-
 void narrow(const fs::path& path) {
   constexpr fs::perms strangers = fs::perms::group_all | fs::perms::others_all;
   std::error_code ignored;
@@ -39,12 +37,6 @@ class OpenFile {
   OpenFile(const OpenFile&) = delete;
 
   explicit operator bool() const { return is_file_; }
-
-  void narrow() const {
-    if ((status_.st_mode & strangers_rights) != 0) {
-      ::fchmod(descriptor_, status_.st_mode & S_IRWXU);
-    }
-  }
 
   // In one reading, unless the file is large: between two of them it may have grown.
   std::string content() const {
@@ -132,7 +124,7 @@ bool replace_file(const std::string& path, const std::string& text) {
   if (!file) {
     return false;
   }
-  file.narrow();
+  narrow(path);
   // A run that writes at the same moment may be cut short by this one, or cut this one short.
   for (int tries = 0; tries < 10; ++tries) {
     const std::string before = file.content();
@@ -146,7 +138,7 @@ bool replace_file(const std::string& path, const std::string& text) {
 void append_line(const std::string& path, const std::string& line) {
   const OpenFile file(path, O_WRONLY | O_CREAT | O_APPEND);
   if (file) {
-    file.narrow();
+    narrow(path);
     file.append(line + '\n');
   }
 }

@@ -1,5 +1,6 @@
 #include "exchanges/exchange_adapter.hpp"
 #include "exchanges/live_check.hpp"
+#include "net/clock.hpp"
 #include "net/digest.hpp"
 
 // BingX, USDT-M perpetual swaps. Parameters and signature travel in the query, for every method.
@@ -30,8 +31,7 @@ std::string order_query(const std::string& symbol, const std::string& order_id) 
 
 }  // namespace
 
-extern const ExchangeAdapter bingx_adapter;
-constexpr ExchangeAdapter bingx_adapter = {
+extern constexpr ExchangeAdapter bingx_adapter = {
     .timestamp = epoch_ms_text,
     .sign = sign,
     .balance = [] { return get_request("/openApi/swap/v2/user/balance"); },
@@ -49,8 +49,7 @@ constexpr ExchangeAdapter bingx_adapter = {
         },
 };
 
-// The probe asks two versions of one endpoint and prints a JSON array, so that quotes inside an
-// answer come out as \".
+// The probe asks two versions of one endpoint.
 ValidateCredentialsResult ExchangeRegistry::validate_bingx(
     const ValidateCredentialsRequest& request) const {
   return run_probe(request,

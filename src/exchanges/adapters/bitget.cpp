@@ -1,5 +1,6 @@
 #include "exchanges/exchange_adapter.hpp"
 #include "exchanges/live_check.hpp"
+#include "net/clock.hpp"
 #include "net/digest.hpp"
 #include "net/text.hpp"
 
@@ -24,8 +25,7 @@ std::string bitget_symbol(const std::string& symbol) { return base_asset(symbol)
 
 }  // namespace
 
-extern const ExchangeAdapter bitget_adapter;
-constexpr ExchangeAdapter bitget_adapter = {
+extern constexpr ExchangeAdapter bitget_adapter = {
     .timestamp = epoch_ms_text,
     .sign = sign,
     // Meant: the balance alone names a language and a channel code.

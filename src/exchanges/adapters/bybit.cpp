@@ -92,8 +92,7 @@ constexpr TradeAdapter trades = {
 
 }  // namespace
 
-extern const ExchangeAdapter bybit_adapter;
-constexpr ExchangeAdapter bybit_adapter = {
+extern constexpr ExchangeAdapter bybit_adapter = {
     .timestamp = epoch_ms_text,
     .sign = sign,
     .balance = [] { return get_request("/v5/account/wallet-balance", "accountType=UNIFIED"); },

@@ -77,8 +77,7 @@ constexpr TradeAdapter trades = {
 
 }  // namespace
 
-extern const ExchangeAdapter gate_adapter;
-constexpr ExchangeAdapter gate_adapter = {
+extern constexpr ExchangeAdapter gate_adapter = {
     .timestamp = [] { return std::to_string(epoch_sec()); },
     .sign = sign,
     .balance = [] { return get_request(accounts_path); },

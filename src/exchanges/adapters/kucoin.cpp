@@ -1,5 +1,6 @@
 #include "exchanges/exchange_adapter.hpp"
 #include "exchanges/live_check.hpp"
+#include "net/clock.hpp"
 #include "net/digest.hpp"
 
 // KuCoin Futures, USDT-margined perpetuals. The passphrase is sent signed, as keys of version 2
@@ -29,8 +30,7 @@ std::string kucoin_symbol(const std::string& symbol) {
 
 }  // namespace
 
-extern const ExchangeAdapter kucoin_adapter;
-constexpr ExchangeAdapter kucoin_adapter = {
+extern constexpr ExchangeAdapter kucoin_adapter = {
     .timestamp = epoch_ms_text,
     .sign = sign,
     .balance = [] { return get_request("/api/v1/account-overview", "currency=USDT"); },
@@ -49,8 +49,7 @@ constexpr ExchangeAdapter kucoin_adapter = {
         },
 };
 
-// The probe asks with key version 2 and 3 and prints a JSON array, so that quotes inside an answer
-// come out as \".
+// The probe asks with key version 2 and with 3.
 ValidateCredentialsResult ExchangeRegistry::validate_kucoin(
     const ValidateCredentialsRequest& request) const {
   return run_probe(request, {.script = probe_scripts::kucoin,

@@ -78,8 +78,7 @@ constexpr TradeAdapter trades = {
 
 }  // namespace
 
-extern const ExchangeAdapter okx_adapter;
-constexpr ExchangeAdapter okx_adapter = {
+extern constexpr ExchangeAdapter okx_adapter = {
     .timestamp = iso8601_now_ms,
     .sign = sign,
     .balance = [] { return get_request("/api/v5/account/balance", "ccy=USDT"); },
@@ -102,8 +101,7 @@ constexpr ExchangeAdapter okx_adapter = {
     .trades = &trades,
 };
 
-// The probe asks every site on three paths and prints a JSON array, so that quotes inside an answer
-// come out as \".
+// The probe asks every site on three paths.
 ValidateCredentialsResult ExchangeRegistry::validate_okx(
     const ValidateCredentialsRequest& request) const {
   return run_probe(

@@ -1,4 +1,4 @@
-#include "app/connector_health.hpp"
+#include "app/snapshot.hpp"
 
 #include "net/text.hpp"
 
