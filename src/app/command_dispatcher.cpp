@@ -29,18 +29,13 @@ int print_json(const std::string& json) {
   return 0;
 }
 
-// A member of ConnectorApp that takes texts and answers JSON.
+// How many texts an operation of ConnectorApp takes.
 template <typename... Texts>
-using JsonOperation = std::string (ConnectorApp::*)(Texts...);
-template <typename... Texts>
-using ConstJsonOperation = std::string (ConnectorApp::*)(Texts...) const;
-
-template <typename... Texts>
-constexpr std::size_t count_of_texts(JsonOperation<Texts...>) {
+constexpr std::size_t count_of_texts(std::string (ConnectorApp::*)(Texts...)) {
   return sizeof...(Texts);
 }
 template <typename... Texts>
-constexpr std::size_t count_of_texts(ConstJsonOperation<Texts...>) {
+constexpr std::size_t count_of_texts(std::string (ConnectorApp::*)(Texts...) const) {
   return sizeof...(Texts);
 }
 

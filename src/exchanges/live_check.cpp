@@ -14,12 +14,8 @@ namespace {
 ValidateCredentialsResult plain_result(const ValidateCredentialsRequest& request,
                                        ExchangeConnectionStatus status, const std::string& message,
                                        const std::string& checked_at) {
-  ValidateCredentialsResult result;
-  result.exchange = request.exchange;
-  result.status = status;
-  result.message = message;
-  result.checked_at = checked_at;
-  return result;
+  return {
+      .exchange = request.exchange, .status = status, .message = message, .checked_at = checked_at};
 }
 
 // The exchange's hosts as a Python list.

@@ -5,12 +5,18 @@
 namespace morvane::connector {
 
 std::string json_object(const std::vector<JsonMember>& members) {
+  std::size_t length = 2;
+  for (const JsonMember& member : members) {
+    length += member.name.size() + member.value.size() + 4;
+  }
   std::string object = "{";
+  object.reserve(length);  // an exchange's answer may be large
   for (const JsonMember& member : members) {
     object += object.size() > 1 ? ",\"" : "\"";
     object.append(member.name).append("\":").append(member.value);
   }
-  return object += '}';
+  object += '}';
+  return object;
 }
 
 std::string json_raw(std::string_view text) { return std::string("\"").append(text).append("\""); }

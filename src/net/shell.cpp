@@ -30,7 +30,8 @@ std::string shell_escape(const std::string& value) {
       word += byte;
     }
   }
-  return word += '\'';
+  word += '\'';
+  return word;
 }
 
 ShellLine shell_word(const std::string& value) {
