@@ -1,8 +1,7 @@
 """A small stand-in for the outside world: six exchanges, the relay, the download host."""
 
+from . import hosts
 from .box import Sandbox
 from .faults import Fault
-from .http_message import Request, Response
-from .keys import ApiKey
 
-__all__ = ["ApiKey", "Fault", "Request", "Response", "Sandbox"]
+__all__ = ["Fault", "Sandbox", "hosts"]

@@ -1,78 +1,63 @@
-"""python3 -m sandbox [--path DIR]... [CMD ARG...]"""
-
-from __future__ import annotations
+"""python3 -m sandbox [--path DIR]... [--share DIR] [CMD ARG...]"""
 
 import argparse
-import os
 import signal
 import subprocess
 import sys
-from typing import Any, List
+from typing import Any
 
 from .box import Sandbox
 from .mac_keychain import KeychainInUse
-
-GREETING = """\
-Sandbox: the exchanges, the relay and the download host are stand-ins now, and HOME is empty.
-Keys: demo-bybit-key demo-bybit-secret, and so on; okx, kucoin, bitget: demo-passphrase.
-Bind token: demo-bind-token. Switches: curl http://sandbox.control/   Leave with: exit
-"""
+from .shell import GREETING, prepare_shell
 
 
-def main(arguments: List[str]) -> int:
+def main(arguments: list[str]) -> int:
     options = _parse(arguments)
-    signal.signal(signal.SIGTERM, _stop)
-    signal.signal(signal.SIGHUP, _stop)
+    for number in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, _stop)
     try:
         with Sandbox(options.path) as box:
-            if options.command:
-                return _run(options.command, box)
-            sys.stderr.write(GREETING)
-            return _run([os.environ.get("SHELL") or "/bin/sh"], box)
+            if not options.command:
+                options.command = prepare_shell(box.env, options.share)
+                sys.stderr.write(GREETING)
+            return _run(options.command, box.env)
     except KeychainInUse as refusal:
-        sys.stderr.write("sandbox: %s\n" % refusal)
+        sys.stderr.write(f"sandbox: {refusal}\n")
         return 1
 
 
-def _parse(arguments: List[str]) -> argparse.Namespace:
+def _parse(arguments: list[str]) -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         prog="python3 -m sandbox",
         description="Runs a command, or a shell, among stand-ins for the outside world.")
     parser.add_argument("--path", action="append", default=[], metavar="DIR",
                         help="a directory to come first on the PATH")
+    parser.add_argument("--share", metavar="DIR",
+                        help="where the shell finds man/ and the completions")
     parser.add_argument("command", nargs=argparse.REMAINDER, metavar="CMD ARG...")
     return parser.parse_args(arguments)
 
 
-def _run(command: List[str], box: Sandbox) -> int:
+def _run(command: list[str], env: dict[str, str]) -> int:
     """The command's exit status, 128 and more for a signal, 127 when it cannot be started."""
     try:
-        child = subprocess.Popen(command, env=box.env)
+        child = subprocess.Popen(command, env=env)
     except OSError as error:
-        sys.stderr.write("sandbox: %s\n" % error)
+        sys.stderr.write(f"sandbox: {error}\n")
         return 127
-    signal.signal(signal.SIGINT, lambda *_: _interrupt(child))
+    # A terminal's Ctrl-C has reached the command as well; its end is ours.
+    signal.signal(signal.SIGINT,
+                  lambda *_: None if sys.stdin.isatty() else child.send_signal(signal.SIGINT))
     try:
         status = child.wait()
     except SystemExit:
-        _end(child)
+        child.terminate()
+        try:
+            child.wait(timeout=2)
+        except subprocess.TimeoutExpired:
+            child.kill()
         raise
     return status if status >= 0 else 128 - status
-
-
-def _interrupt(child: "subprocess.Popen[bytes]") -> None:
-    """A terminal's Ctrl-C has reached the command as well; its end is ours."""
-    if not sys.stdin.isatty():
-        child.send_signal(signal.SIGINT)
-
-
-def _end(child: "subprocess.Popen[bytes]") -> None:
-    child.terminate()
-    try:
-        child.wait(timeout=2)
-    except subprocess.TimeoutExpired:
-        child.kill()
-        child.wait()
 
 
 def _stop(number: int, _frame: Any) -> None:

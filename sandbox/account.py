@@ -1,85 +1,66 @@
-"""One exchange's account: balance, leverage, orders, positions, funding, closed profit."""
-
-from __future__ import annotations
+"""One exchange's account: its money, leverage, orders and positions, and what was booked."""
 
 import itertools
-from dataclasses import dataclass, field
+from collections.abc import Callable
 from decimal import Decimal
-from typing import Callable, Dict, List, Mapping, Optional, Tuple
 
-from .clock import Clock
-from .records import Closing, Contract, Fill, Funding, Order, Position, Rejection
+from .records import NOTHING, Contract, Entry, Order, Position, Refused
 
-MARKS: Dict[str, Decimal] = {"BTC": Decimal(50000), "ETH": Decimal(2500), "SOL": Decimal(100)}
-
-START_BALANCE = Decimal(10000)
+START_WALLET = Decimal(10000)
 START_LEVERAGE = Decimal(10)
 MAX_LEVERAGE = Decimal(100)
 FEE_RATE = Decimal("0.0005")
-
-MINUTE_MS = 60_000
-FUNDING = (("BTC", 30, "-0.0625"), ("BTC", 90, "0.0410"), ("BTC", 150, "-0.0375"),
-           ("ETH", 45, "-0.0125"), ("BTC", 2880, "-0.9000"))
-"""Coin, age in minutes when the sandbox starts, and the amount booked."""
-
-
-PositionKey = Tuple[str, str]
+MARKS = {"BTC": Decimal(50000), "ETH": Decimal(2500)}
+FUNDING = (("BTC", 2880, "-0.9000"), ("BTC", 150, "-0.0375"), ("BTC", 90, "0.0410"),
+           ("ETH", 45, "-0.0125"), ("BTC", 30, "-0.0625"))
+"""Coin, age in minutes when the sandbox starts, and the amount booked; oldest first."""
 
 
-@dataclass
 class Account:
-    """Keyed by the exchange's own contract symbols; `hedged` holds long and short apart."""
+    """Keyed by the exchange's own symbols; `hedged` holds long and short of one apart."""
 
-    contracts: Mapping[str, Contract]
-    clock: Clock
-    marks: Mapping[str, Decimal]
-    new_order_id: Callable[[], str]
-    hedged: bool = False
-    balance: Decimal = START_BALANCE
-    leverages: Dict[PositionKey, Decimal] = field(default_factory=dict)
-    orders: Dict[str, Order] = field(default_factory=dict)
-    positions: Dict[PositionKey, Position] = field(default_factory=dict)
-    fills: List[Fill] = field(default_factory=list)
-    closings: List[Closing] = field(default_factory=list)
-    funding: List[Funding] = field(default_factory=list)
-
-    def __post_init__(self) -> None:
+    def __init__(self, contracts: tuple[tuple[str, ...], ...], marks: dict[str, Decimal],
+                 now_ms: Callable[[], int], new_order_id: Callable[[], str],
+                 hedged: bool) -> None:
+        self.contracts = {symbol: Contract(symbol, coin, Decimal(step), Decimal(unit), marks)
+                          for symbol, coin, step, unit in contracts}
+        self.hedged, self._now_ms, self._new_order_id = hedged, now_ms, new_order_id
         self._ids = itertools.count(700_000_001)
-        now = self.clock.now_ms()
+        self.leverages: dict[tuple[str, str], Decimal] = {}
+        self.orders: dict[str, Order] = {}
+        self.positions: dict[tuple[str, str], Position] = {}
+        self.ledger: list[Entry] = []
+        self.start = self.balance = START_WALLET - sum(Decimal(row[2]) for row in FUNDING)
         by_coin = {contract.coin: contract for contract in self.contracts.values()}
-        self.funding = [
-            Funding(next(self._ids), by_coin[coin], Decimal(amount), self.balance,
-                    now - age * MINUTE_MS) for coin, age, amount in FUNDING]
+        for coin, minutes, amount in FUNDING:
+            self._book(by_coin[coin], now_ms() - minutes * 60_000, funding=Decimal(amount))
 
     def contract(self, symbol: str) -> Contract:
         if symbol not in self.contracts:
-            raise Rejection("unknown_contract")
+            raise Refused("symbol")
         return self.contracts[symbol]
-
-    def mark(self, contract: Contract) -> Decimal:
-        return self.marks[contract.coin]
 
     def leverage(self, symbol: str, side: str = "") -> Decimal:
         return self.leverages.get((symbol, side), START_LEVERAGE)
 
-    def set_leverage(self, symbol: str, leverage: Optional[Decimal], side: str = "") -> None:
-        self.contract(symbol)
-        if leverage is None or not 1 <= leverage <= MAX_LEVERAGE:
-            raise Rejection("bad_leverage")
-        if self.leverage(symbol, side) == leverage:
-            raise Rejection("same_leverage")
+    def set_leverage(self, symbol: str, leverage: Decimal, side: str = "") -> None:
+        if not 1 <= leverage <= MAX_LEVERAGE:
+            raise Refused("leverage")
         self.leverages[symbol, side] = leverage
-        if (symbol, side) in self.positions:
-            self.positions[symbol, side].leverage = leverage
+        self.position(self.contracts[symbol], side).leverage = leverage
+
+    def position(self, contract: Contract, side: str = "") -> Position:
+        """What is held, or a position of nothing."""
+        key = (contract.symbol, side)
+        return self.positions.get(key) or Position(contract, key, self.leverage(*key))
 
     @property
     def position_margin(self) -> Decimal:
-        return sum((held.margin for held in self.positions.values()), Decimal(0))
+        return sum((held.margin for held in self.positions.values()), NOTHING)
 
     @property
     def order_margin(self) -> Decimal:
-        return sum((self._order_margin(order) for order in self.orders.values()
-                    if order.state == "open" and not self._closes(order)), Decimal(0))
+        return sum(map(self._margin, self.open_orders()), NOTHING)
 
     @property
     def available(self) -> Decimal:
@@ -87,155 +68,133 @@ class Account:
 
     @property
     def unrealised(self) -> Decimal:
-        return sum((held.unrealised(self.mark(held.contract))
-                    for held in self.positions.values()), Decimal(0))
+        return sum((held.unrealised for held in self.positions.values()), NOTHING)
 
     @property
     def equity(self) -> Decimal:
         return self.balance + self.unrealised
 
-    def position(self, symbol: str, side: str = "") -> Optional[Position]:
-        return self.positions.get((symbol, side))
+    def open_orders(self) -> list[Order]:
+        return [order for order in self.orders.values() if order.state == "open"]
 
-    def open_orders(self, symbol: str = "") -> List[Order]:
-        return [order for order in self.orders.values()
-                if order.state == "open" and symbol in ("", order.contract.symbol)]
-
-    def place(self, symbol: str, buy: bool, quantity: Optional[Decimal],
-              price: Optional[Decimal], reduce_only: bool = False,
-              position_side: str = "", order_id: str = "") -> Order:
-        """A limit order; None stands for a number that nobody could read.
-
-        It fills at once, at the mark price, when its own price crosses that.
-        """
-        contract = self.contract(symbol)
-        if quantity is None or not quantity > 0 or quantity % contract.step:
-            raise Rejection("bad_quantity")
-        if price is None or not price > 0:
-            raise Rejection("bad_price")
-        now = self.clock.now_ms()
-        order = Order(order_id or self.new_order_id(), contract, buy, quantity, price,
-                      self.leverage(symbol, position_side), reduce_only, position_side,
-                      created_ms=now, updated_ms=now)
-        if self._closes(order):
-            self._check_reduction(order)
-        elif self._order_margin(order) > self.available:
-            raise Rejection("no_balance")
+    def place(self, contract: Contract, buy: bool, quantity: Decimal, price: Decimal,
+              reduce_only: bool = False, side: str = "") -> Order:
+        """A limit order; fills at once, at the mark price, when its own price crosses that."""
+        if quantity <= 0 or quantity % contract.step:
+            raise Refused("quantity")
+        if price <= 0:
+            raise Refused("price")
+        now = self._now_ms()
+        order = Order(self._new_order_id(), contract, buy, quantity, price,
+                      self.leverage(contract.symbol, side), reduce_only, side, now, now)
+        if order.closes:
+            closed = self._closed_by(order)
+            if not closed:
+                raise Refused("no_position")
+            if closed < quantity and self.hedged:
+                raise Refused("above_position")
+            order.quantity = closed
+        elif self._margin(order) > self.available:
+            raise Refused("no_balance")
         self.orders[order.id] = order
         self._match(order)
         return order
 
     def order(self, order_id: str) -> Order:
         if order_id not in self.orders:
-            raise Rejection("unknown_order")
+            raise Refused("unknown_order")
         return self.orders[order_id]
 
-    def cancel(self, order_id: str) -> Order:
-        order = self.order(order_id)
+    def cancel(self, order: Order) -> None:
         if order.state != "open":
-            raise Rejection("order_closed")
-        order.state, order.updated_ms = "cancelled", self.clock.now_ms()
-        return order
+            raise Refused("order_closed")
+        order.state, order.updated_ms = "cancelled", self._now_ms()
 
-    def fill(self, order_id: str, quantity: Optional[Decimal] = None) -> Order:
-        """Fills an open order, or so much of it, at the order's own price."""
+    def fill(self, order_id: str) -> Order:
+        """Somebody takes an open order, at its own price."""
         order = self.order(order_id)
         if order.state != "open":
-            raise Rejection("order_closed")
-        self._fill(order, order.left if quantity is None else min(quantity, order.left),
-                   order.price)
+            raise Refused("order_closed")
+        self._fill(order, order.price)
         return order
 
     def match(self) -> None:
+        """Fills what the mark prices have crossed."""
         for order in self.open_orders():
             self._match(order)
 
-    def _closes(self, order: Order) -> bool:
-        return order.reduce_only or (order.position_side == "long" and not order.buy) \
-            or (order.position_side == "short" and order.buy)
-
-    def _check_reduction(self, order: Order) -> None:
-        held = self.position(order.contract.symbol, order.position_side)
-        if held is None:
-            raise Rejection("no_position")
-        if (held.quantity > 0) == order.buy:
-            raise Rejection("same_direction")
-        if order.quantity > abs(held.quantity):
-            if self.hedged:
-                raise Rejection("above_position")
-            order.quantity = abs(held.quantity)
-
-    def _order_margin(self, order: Order) -> Decimal:
-        held = self.position(order.contract.symbol, order.position_side)
-        against = held is not None and (held.quantity > 0) != order.buy
-        opening = max(order.left - abs(held.quantity), Decimal(0)) if against else order.left
-        return opening * order.contract.coins_per_unit * order.price / order.leverage
-
     def _match(self, order: Order) -> None:
-        mark = self.mark(order.contract)
+        mark = order.contract.mark
         if order.price >= mark if order.buy else order.price <= mark:
-            self._fill(order, order.left, mark)
+            self._fill(order, mark)
 
-    def _fill(self, order: Order, quantity: Decimal, price: Decimal) -> None:
-        held = self.position(order.contract.symbol, order.position_side)
-        against = held is not None and (held.quantity > 0) != order.buy
-        closed = min(quantity, abs(held.quantity)) if against else Decimal(0)
-        if self._closes(order):
-            quantity = closed
-        if not quantity:
-            self.cancel(order.id)
+    def _closed_by(self, order: Order) -> Decimal:
+        held = self.position(order.contract, order.position_side)
+        return NOTHING if (held.quantity > 0) == order.buy else min(order.quantity, held.size)
+
+    def _margin(self, order: Order) -> Decimal:
+        opened = NOTHING if order.closes else order.quantity - self._closed_by(order)
+        return opened * order.contract.unit * order.price / order.leverage
+
+    def _fill(self, order: Order, price: Decimal) -> None:
+        closed = self._closed_by(order)
+        if order.closes and not closed:
+            self.cancel(order)
             return
-        fill = self._book(order, quantity, price, closed)
+        order.quantity = closed if order.closes else order.quantity
+        held = self.position(order.contract, order.position_side)
+        unit = order.contract.unit
+        fee = _money(order.quantity * unit * price * FEE_RATE)
+        signed = -closed if order.buy else closed
+        order.state, order.updated_ms = "filled", self._now_ms()
+        order.filled, order.average, order.fee = order.quantity, price, fee
+        order.profit = _money(signed * unit * (price - held.entry_price))
+        entry = self._book(order.contract, order.updated_ms, profit=order.profit, fee=fee,
+                           order=order, closed=closed)
         if closed:
-            self._reduce(held, fill)
-        if quantity > closed:
-            self._extend(fill)
-        elif self._closes(order) and order.left and held.quantity == 0:
-            self.cancel(order.id)
+            self._reduce(held, entry, signed)
+        if order.quantity > closed:
+            self._extend(entry, order.quantity - closed, fee - entry.close_fee)
 
-    def _book(self, order: Order, quantity: Decimal, price: Decimal, closed: Decimal) -> Fill:
-        fee = quantity * order.contract.coins_per_unit * price * FEE_RATE
-        self.balance -= fee
-        fill = Fill(next(self._ids), order, quantity, price, fee, closed,
-                    self.clock.now_ms(), self.balance)
-        paid = order.average_price * order.filled + price * quantity
-        order.filled += quantity
-        order.average_price = paid / order.filled
-        order.fee += fee
-        order.updated_ms = fill.time_ms
-        if not order.left:
-            order.state = "filled"
-        self.fills.append(fill)
-        return fill
+    def _book(self, contract: Contract, time_ms: int, **booked) -> Entry:
+        entry = Entry(next(self._ids), time_ms, contract, NOTHING, **booked)
+        self.balance += entry.change
+        entry.balance = self.balance
+        self.ledger.append(entry)
+        return entry
 
-    def _reduce(self, held: Position, fill: Fill) -> None:
-        quantity = fill.closed if held.quantity > 0 else -fill.closed
-        share = fill.closed / abs(held.quantity)
-        profit = quantity * held.contract.coins_per_unit * (fill.price - held.entry_price)
-        self.closings.append(Closing(
-            fill, held.id, held.side, fill.closed, held.largest, held.entry_price,
-            held.leverage, profit, held.open_fee * share,
-            fill.fee * fill.closed / fill.quantity, held.opened_ms, share == 1))
-        held.open_fee -= held.open_fee * share
-        held.quantity -= quantity
-        held.profit += profit
-        held.updated_ms = fill.time_ms
-        fill.order.profit += profit
-        self.balance += profit
+    def _reduce(self, held: Position, entry: Entry, signed: Decimal) -> None:
+        order = entry.order
+        entry.position, entry.entry_price = held, held.entry_price
+        entry.open_fee = _money(held.open_fee * signed / held.quantity)
+        entry.close_fee = _money(entry.fee * entry.closed / order.quantity)
+        paid = held.exit_price * held.closed + order.average * entry.closed
+        held.closed += entry.closed
+        held.exit_price = paid / held.closed
+        held.quantity -= signed
+        held.profit += entry.profit
+        held.fees += entry.close_fee
+        held.open_fee -= entry.open_fee
+        held.updated_ms = entry.time_ms
         if not held.quantity:
-            del self.positions[held.contract.symbol, fill.order.position_side]
+            del self.positions[held.key]
 
-    def _extend(self, fill: Fill) -> None:
-        order, quantity = fill.order, fill.quantity - fill.closed
-        key = (order.contract.symbol, order.position_side)
-        held = self.positions.get(key)
-        if held is None:
-            held = self.positions[key] = Position(
-                next(self._ids), order.contract, Decimal(0), Decimal(0),
-                self.leverage(*key), fill.time_ms, fill.time_ms, Decimal(0))
-        size = abs(held.quantity) + quantity
-        held.entry_price = (held.entry_price * abs(held.quantity) + fill.price * quantity) / size
+    def _extend(self, entry: Entry, quantity: Decimal, fee: Decimal) -> None:
+        order = entry.order
+        held = self.position(order.contract, order.position_side)
+        if not held.quantity:
+            held.id, held.opened_ms = next(self._ids), entry.time_ms
+            held.side = "long" if order.buy else "short"
+            self.positions[held.key] = held
+        size = held.size + quantity
+        held.entry_price = (held.entry_price * held.size + order.average * quantity) / size
         held.quantity = size if order.buy else -size
-        held.open_fee += fill.fee * quantity / fill.quantity
         held.largest = max(held.largest, size)
-        held.updated_ms = fill.time_ms
+        held.fees += fee
+        held.open_fee += fee
+        held.updated_ms = entry.time_ms
+
+
+def _money(amount: Decimal) -> Decimal:
+    """To the last place that answers show, so that what they show adds up."""
+    return amount.quantize(Decimal("1e-8"))

@@ -1,94 +1,58 @@
 """The sandbox: a world behind a proxy, and the environment that leads there."""
 
-from __future__ import annotations
-
 import os
 import shutil
 import ssl
 import subprocess
 import sys
 import tempfile
-import threading
-from decimal import Decimal
-from typing import Any, Dict, List, Optional, Sequence
+from collections.abc import Sequence
+from functools import cached_property
+from typing import Any
 
 from . import hosts
-from .account import Account
-from .authority import EXPIRED, Authority
-from .downloads import Downloads
-from .faults import Fault
-from .http_message import Request
-from .keys import ApiKey
+from .certificate import Certificate
+from .faults import take_fault
+from .http_message import wire_text
 from .mac_keychain import MacKeychain
 from .proxy import Proxy
-from .records import Order
-from .relay import Relay
 from .world import World
 
 OTHER_PROXY_VARIABLES = ("HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "NO_PROXY", "all_proxy",
                          "no_proxy")
 
 
-class Sandbox:
+class Sandbox(World):
     """A context: everything is there between enter and exit, and gone afterwards.
 
     `path` holds directories that come first on the PATH of what is run inside.
     """
 
     def __init__(self, path: Sequence[str] = ()) -> None:
+        super().__init__()
         self._path = [os.path.abspath(directory) for directory in path]
-        self._world = World()
-        self._certificates: Dict[str, ssl.SSLContext] = {}
-        self._certificates_lock = threading.Lock()
-        self._folder = ""
+        self._closers = []
         self.home = ""
-        self.env: Dict[str, str] = {}
-        self.requests: List[Request] = self._world.requests
-        """Everything received, oldest first; clear it as you like."""
-        self.refused: List[str] = self._world.refused
-        """Hosts that somebody asked for and that are not of this world."""
-        self.faults: List[Fault] = self._world.faults
-        self.relay: Relay = self._world.relay
-        self.downloads: Downloads = self._world.downloads
+        self.env: dict[str, str] = {}
 
     def __enter__(self) -> "Sandbox":
         self._folder = os.path.realpath(tempfile.mkdtemp(prefix="morvane-sandbox-"))
+        self._closers = [lambda: shutil.rmtree(self._folder, ignore_errors=True)]
         try:
-            self._start()
+            self.home = self._new_folder("home")
+            self._closers.append(MacKeychain(self.home, hosts.BY_EXCHANGE).close)
+            self._known = Certificate(self._new_folder("certificate"), hosts.BY_SCHEME["https"])
+            self._proxy = Proxy(self, self._certificate)
+            self._closers.append(self._proxy.close)
+            self.env = self._environment()
         except BaseException:
-            shutil.rmtree(self._folder, ignore_errors=True)
+            self.__exit__()
             raise
         return self
 
     def __exit__(self, *_: object) -> None:
-        try:
-            self._proxy.close()
-        finally:
-            self._keychain.close()
-            shutil.rmtree(self._folder, ignore_errors=True)
-
-    @property
-    def clock_offset_ms(self) -> int:
-        """The exchanges' clock, relative to ours."""
-        return self._world.clock.offset_ms
-
-    @clock_offset_ms.setter
-    def clock_offset_ms(self, offset: int) -> None:
-        self._world.clock.offset_ms = offset
-
-    def keys(self, exchange: str) -> List[ApiKey]:
-        """The keys that the exchange knows; append to it."""
-        return self._world.keys[exchange]
-
-    def account(self, exchange: str) -> Account:
-        return self._world.exchanges[exchange].account
-
-    def fill(self, exchange: str, order_id: str, quantity: Optional[Decimal] = None) -> Order:
-        with self._world.lock:
-            return self.account(exchange).fill(order_id, quantity)
-
-    def set_mark(self, coin: str, price: Decimal) -> None:
-        self._world.set_mark(coin, price)
+        while self._closers:
+            self._closers.pop()()
 
     def run(self, argv: Sequence[str], **options: Any) -> "subprocess.CompletedProcess[Any]":
         """Runs a command inside; its output comes as text, byte for byte, unless text=False.
@@ -103,62 +67,41 @@ class Sandbox:
             options.setdefault("capture_output", True)
         done = subprocess.run(argv, **options)
         if as_text:
-            done.stdout, done.stderr = _text(done.stdout), _text(done.stderr)
+            done.stdout, done.stderr = (text if text is None else wire_text(text)
+                                        for text in (done.stdout, done.stderr))
         return done
 
-    def _start(self) -> None:
-        self.home = os.path.join(self._folder, "home")
-        os.mkdir(self.home, mode=0o700)
-        self._keychain = MacKeychain(self.home, hosts.BY_EXCHANGE)
-        self._keychain.open()
-        try:
-            self._authority = Authority(os.path.join(self._folder, "authority"), hosts.CERTIFIED)
-            self._certificates[""] = self._authority.server_context()
-            self._proxy = Proxy(self._world, self._certificate)
-        except BaseException:
-            self._keychain.close()
-            raise
-        self.env = self._environment()
+    def _new_folder(self, name: str) -> str:
+        path = os.path.join(self._folder, name)
+        os.mkdir(path, mode=0o700)
+        return path
 
-    def _certificate(self, flaw: str) -> ssl.SSLContext:
-        with self._certificates_lock:
-            if flaw not in self._certificates:
-                self._certificates[flaw] = self._flawed_certificate(flaw)
-            return self._certificates[flaw]
+    def _certificate(self, host: str) -> ssl.SSLContext:
+        with self.lock:
+            return (self._stranger if take_fault(self.faults, host) else self._known).context
 
-    def _flawed_certificate(self, flaw: str) -> ssl.SSLContext:
-        if flaw == "expired":
-            return self._authority.server_context(EXPIRED)
-        stranger = Authority(os.path.join(self._folder, flaw), hosts.CERTIFIED, "Nobody we know")
-        return stranger.server_context()
+    @cached_property
+    def _stranger(self) -> Certificate:
+        return Certificate(self._new_folder("stranger"), hosts.BY_SCHEME["https"])
 
-    def _environment(self) -> Dict[str, str]:
+    def _environment(self) -> dict[str, str]:
         env = {name: value for name, value in os.environ.items()
                if name not in OTHER_PROXY_VARIABLES}
         env.update(https_proxy=self._proxy.url, http_proxy=self._proxy.url,
-                   CURL_CA_BUNDLE=self._authority.certificate,
-                   SSL_CERT_FILE=self._authority.certificate,
+                   CURL_CA_BUNDLE=self._known.path, SSL_CERT_FILE=self._known.path,
                    HOME=self.home, MORVANE_RELAY_URL="https://" + hosts.RELAY)
-        first = self._path if _python_runs(env) else self._path + [self._own_python()]
-        env["PATH"] = os.pathsep.join(first + [env.get("PATH", os.defpath)])
+        path = list(self._path)
+        if not _python_runs(env):
+            path.append(self._new_folder("bin"))
+            os.symlink(sys.executable, os.path.join(path[-1], "python3"))
+        env["PATH"] = os.pathsep.join(path + [env.get("PATH", os.defpath)])
         return env
 
-    def _own_python(self) -> str:
-        """A directory that holds nothing but this python, as python3."""
-        directory = os.path.join(self._folder, "bin")
-        os.mkdir(directory)
-        os.symlink(sys.executable, os.path.join(directory, "python3"))
-        return directory
 
-
-def _python_runs(env: Dict[str, str]) -> bool:
+def _python_runs(env: dict[str, str]) -> bool:
     """Whether python3 still starts there: some version managers look for it below HOME."""
     try:
         return subprocess.run(["python3", "-c", ""], env=env, stdin=subprocess.DEVNULL,
                               capture_output=True).returncode == 0
     except OSError:
         return False
-
-
-def _text(output: Optional[bytes]) -> Optional[str]:
-    return output if output is None else output.decode("utf-8", "surrogateescape")

@@ -1,10 +1,7 @@
 """The download host: the update manifest and the disk images."""
 
-from __future__ import annotations
-
 import hashlib
 import json
-from typing import Dict
 
 from . import hosts
 from .http_message import Request, Response
@@ -20,24 +17,20 @@ def default_manifest() -> bytes:
 
 
 def image_of_size(size: int) -> bytes:
-    """Bytes of every value, the same every time, that end as a disk image does."""
-    trailer = b"koly" + bytes(508)
+    """Bytes of every value, the same every time."""
     blocks = (hashlib.sha256(b"%d" % number).digest() for number in range(size // 32 + 1))
-    return b"".join(blocks)[:max(0, size - len(trailer))] + trailer
+    return b"".join(blocks)[:size]
 
 
 class Downloads:
-    """All of it may be changed: the manifest, images by path, redirects by path."""
+    """All of it may be changed: the manifest, images by path, new locations by path."""
 
     def __init__(self) -> None:
         self.manifest = default_manifest()
-        self.images: Dict[str, bytes] = {IMAGE_PATH: image_of_size(IMAGE_SIZE)}
-        self.redirects: Dict[str, str] = {}
-        """The location that each path has moved to."""
+        self.images: dict[str, bytes] = {IMAGE_PATH: image_of_size(IMAGE_SIZE)}
+        self.redirects: dict[str, str] = {}
 
     def handle(self, request: Request) -> Response:
-        if request.method != "GET":
-            return Response(405, b"method not allowed\n", "text/plain")
         if request.path in self.redirects:
             return Response(302, headers=[("Location", self.redirects[request.path])])
         if request.path == MANIFEST_PATH:

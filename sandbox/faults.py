@@ -1,9 +1,7 @@
 """Faults: what can go wrong between the connector and a host."""
 
-from __future__ import annotations
-
 from dataclasses import dataclass
-from typing import List, Optional
+from typing import Optional
 
 from .http_message import Response
 
@@ -22,10 +20,10 @@ class Fault:
     """How many more requests it spoils; None is all of them."""
     response: Optional[Response] = None
     delivery: str = "whole"
-    """whole, half, slow, nothing or hang."""
+    """whole, half, slow, nothing or endless."""
     unheard: bool = False
-    certificate: str = ""
-    """unknown_ca or expired."""
+    stranger: bool = False
+    """The host's certificate is one that nobody vouches for."""
     pieces: int = 10
     pause_seconds: float = 0.05
 
@@ -33,16 +31,6 @@ class Fault:
     def answer(cls, host: str, status: int = 200, body: bytes = b"",
                content_type: str = "application/json", **where) -> "Fault":
         return cls(host, response=Response(status, body, content_type), **where)
-
-    @classmethod
-    def html_error(cls, host: str, status: int = 502, **where) -> "Fault":
-        page = f"<html>\r\n<head><title>{status}</title></head>\r\n<body>" \
-               f"<center><h1>{status}</h1></center><hr><center>nginx</center>\r\n</body></html>\r\n"
-        return cls.answer(host, status, page.encode(), "text/html", **where)
-
-    @classmethod
-    def json_of_size(cls, host: str, size: int, **where) -> "Fault":
-        return cls.answer(host, 200, json_of_size(size), **where)
 
     @classmethod
     def close(cls, host: str, **where) -> "Fault":
@@ -55,50 +43,32 @@ class Fault:
         return cls(host, delivery="nothing", **where)
 
     @classmethod
-    def cut_off(cls, host: str, **where) -> "Fault":
-        """Content-Length promises the whole answer; half of it comes."""
-        return cls(host, delivery="half", **where)
+    def cut_off(cls, host: str, status: int = 0, body: bytes = b"", **where) -> "Fault":
+        """The whole answer is promised and half of it comes: the host's own, or this one."""
+        response = Response(status or 200, body) if status or body else None
+        return cls(host, delivery="half", response=response, **where)
+
+    @classmethod
+    def endless(cls, host: str, status: int = 200, body: bytes = b"x" * 4096,
+                **where) -> "Fault":
+        """`body` again and again until the client leaves or the sandbox closes."""
+        return cls(host, delivery="endless", response=Response(status, body), **where)
 
     @classmethod
     def slow(cls, host: str, **where) -> "Fault":
         return cls(host, delivery="slow", **where)
 
     @classmethod
-    def hang(cls, host: str, **where) -> "Fault":
-        """Silence until the client leaves or the sandbox closes."""
-        return cls(host, delivery="hang", unheard=True, **where)
-
-    @classmethod
     def unknown_ca(cls, host: str, **where) -> "Fault":
-        return cls(host, certificate="unknown_ca", **where)
-
-    @classmethod
-    def expired_certificate(cls, host: str, **where) -> "Fault":
-        return cls(host, certificate="expired", **where)
+        return cls(host, stranger=True, **where)
 
 
-def take_fault(faults: List[Fault], host: str, target: str) -> Optional[Fault]:
-    return _take(faults, lambda fault: not fault.certificate and fault.host == host
-                 and target.startswith(fault.path))
-
-
-def take_certificate_fault(faults: List[Fault], host: str) -> str:
-    fault = _take(faults, lambda fault: bool(fault.certificate) and fault.host == host)
-    return fault.certificate if fault else ""
-
-
-def json_of_size(size: int) -> bytes:
-    """A JSON object of exactly `size` bytes (16 at least) that reads as a success."""
-    head, row, tail = b'{"retCode":0,"code":"0","data":[', b'{"px":"50000.1","sz":"0.25"},', b'""]}'
-    if size < len(head) + len(tail):
-        return b'{"a":"' + b"x" * (size - 8) + b'"}'
-    rows, rest = divmod(size - len(head) - len(tail), len(row))
-    return head + row * rows + b'"' + b" " * rest + tail[1:]
-
-
-def _take(faults: List[Fault], fits) -> Optional[Fault]:
+def take_fault(faults: list[Fault], host: str, target: Optional[str] = None) -> Optional[Fault]:
+    """The first that fits; without a target, of those that concern the certificate."""
     for fault in faults:
-        if fault.times != 0 and fits(fault):
+        fits = fault.stranger if target is None else \
+            not fault.stranger and target.startswith(fault.path)
+        if fits and fault.host == host and fault.times != 0:
             if fault.times is not None:
                 fault.times -= 1
             return fault

@@ -21,7 +21,5 @@ BY_EXCHANGE = {
     "bitget": (BITGET,),
 }
 
-# Spoken to over TLS only, as in the world outside.
-SECURE_ONLY = frozenset(host for hosts in BY_EXCHANGE.values() for host in hosts)
-
-CERTIFIED = tuple(sorted(SECURE_ONLY)) + (RELAY, DOWNLOAD)
+EXCHANGES = tuple(host for hosts in BY_EXCHANGE.values() for host in hosts)
+BY_SCHEME = {"https": EXCHANGES + (RELAY, DOWNLOAD), "http": (RELAY, DOWNLOAD, CONTROL)}

@@ -1,31 +1,33 @@
-"""What an exchange books: contracts, orders, fills, positions, funding, closings."""
-
-from __future__ import annotations
+"""What an exchange books: contracts, orders, positions and the entries of its ledger."""
 
 from dataclasses import dataclass
 from decimal import Decimal
+from typing import Optional
+
+NOTHING = Decimal(0)
 
 
-class Rejection(Exception):
-    """Why an account refuses; each exchange has its own code for every reason.
+class Refused(Exception):
+    """Why the answer is no. Every exchange has a code and a text of its own for each reason."""
 
-    unknown_contract, bad_quantity, bad_price, bad_leverage, same_leverage,
-    no_balance, no_position, same_direction, above_position, unknown_order, order_closed
-    """
-
-    def __init__(self, reason: str) -> None:
-        super().__init__(reason)
-        self.reason = reason
+    def __init__(self, reason: str, detail: str = "") -> None:
+        super().__init__(reason, detail)
+        self.reason, self.detail = reason, detail
 
 
-@dataclass(frozen=True)
+@dataclass
 class Contract:
-    """A linear perpetual; quantities of it are whole multiples of `step`."""
+    """A linear perpetual; quantities of it are whole multiples of `step`, each of `unit` coins."""
 
     symbol: str
     coin: str
     step: Decimal
-    coins_per_unit: Decimal = Decimal(1)
+    unit: Decimal
+    marks: dict[str, Decimal]
+
+    @property
+    def mark(self) -> Decimal:
+        return self.marks[self.coin]
 
 
 @dataclass
@@ -36,94 +38,98 @@ class Order:
     quantity: Decimal
     price: Decimal
     leverage: Decimal
-    reduce_only: bool = False
-    position_side: str = ""
+    reduce_only: bool
+    position_side: str
     """long or short where both can be held at once, else empty."""
+    created_ms: int
+    updated_ms: int
     state: str = "open"
     """open, filled or cancelled."""
-    filled: Decimal = Decimal(0)
-    average_price: Decimal = Decimal(0)
-    fee: Decimal = Decimal(0)
-    profit: Decimal = Decimal(0)
-    created_ms: int = 0
-    updated_ms: int = 0
+    filled: Decimal = NOTHING
+    average: Decimal = NOTHING
+    fee: Decimal = NOTHING
+    profit: Decimal = NOTHING
 
     @property
-    def left(self) -> Decimal:
-        return self.quantity - self.filled
+    def side(self) -> str:
+        return "buy" if self.buy else "sell"
 
     @property
-    def stage(self) -> str:
-        """The state, but partial for an open order that is partly filled."""
-        return "partial" if self.state == "open" and self.filled else self.state
+    def signed(self) -> Decimal:
+        """Below zero when it sells."""
+        return self.quantity if self.buy else -self.quantity
 
+    @property
+    def signed_left(self) -> Decimal:
+        return NOTHING if self.filled else self.signed
 
-@dataclass
-class Fill:
-    id: int
-    order: Order
-    quantity: Decimal
-    price: Decimal
-    fee: Decimal
-    closed: Decimal
-    """How much of it closed a position."""
-    time_ms: int
-    balance: Decimal
-    """After its fee."""
+    @property
+    def closes(self) -> bool:
+        return self.reduce_only or self.position_side == ("short" if self.buy else "long")
 
 
 @dataclass
 class Position:
-    """`quantity` is above zero for a long, below for a short."""
+    """`quantity` is above zero for a long, below for a short, and zero when nothing is held."""
 
-    id: int
     contract: Contract
-    quantity: Decimal
-    entry_price: Decimal
+    key: tuple[str, str]
     leverage: Decimal
-    opened_ms: int
-    updated_ms: int
-    largest: Decimal
-    open_fee: Decimal = Decimal(0)
-    profit: Decimal = Decimal(0)
+    id: int = 0
+    side: str = ""
+    opened_ms: int = 0
+    updated_ms: int = 0
+    quantity: Decimal = NOTHING
+    largest: Decimal = NOTHING
+    entry_price: Decimal = NOTHING
+    closed: Decimal = NOTHING
+    exit_price: Decimal = NOTHING
+    profit: Decimal = NOTHING
+    fees: Decimal = NOTHING
+    """All that was paid for it so far; `open_fee` is what opening the part still held cost."""
+    open_fee: Decimal = NOTHING
 
     @property
-    def side(self) -> str:
-        return "long" if self.quantity > 0 else "short"
+    def size(self) -> Decimal:
+        return abs(self.quantity)
 
     @property
     def margin(self) -> Decimal:
-        return self.value(self.entry_price) / self.leverage
+        return self.size * self.contract.unit * self.entry_price / self.leverage
 
-    def value(self, price: Decimal) -> Decimal:
-        return abs(self.quantity) * self.contract.coins_per_unit * price
+    @property
+    def unrealised(self) -> Decimal:
+        return self.quantity * self.contract.unit * (self.contract.mark - self.entry_price)
 
-    def unrealised(self, mark: Decimal) -> Decimal:
-        return self.quantity * self.contract.coins_per_unit * (mark - self.entry_price)
+    @property
+    def realised(self) -> Decimal:
+        return self.profit - self.fees
 
 
-@dataclass(frozen=True)
-class Funding:
+@dataclass
+class Entry:
+    """One booking: funding, or the fill of an order. `balance` is the wallet after it."""
+
     id: int
-    contract: Contract
-    amount: Decimal
-    balance: Decimal
     time_ms: int
+    contract: Contract
+    balance: Decimal
+    funding: Decimal = NOTHING
+    profit: Decimal = NOTHING
+    fee: Decimal = NOTHING
+    order: Optional[Order] = None
+    closed: Decimal = NOTHING
+    """How much of the order closed `position`, which was opened at `entry_price`."""
+    position: Optional[Position] = None
+    entry_price: Decimal = NOTHING
+    open_fee: Decimal = NOTHING
+    close_fee: Decimal = NOTHING
+    """The fees of what was closed: its share of the opening's, and its own."""
 
+    @property
+    def change(self) -> Decimal:
+        return self.funding + self.profit - self.fee
 
-@dataclass(frozen=True)
-class Closing:
-    """One reduction of a position, down to nothing when `whole`."""
-
-    fill: Fill
-    position_id: int
-    side: str
-    quantity: Decimal
-    largest: Decimal
-    entry_price: Decimal
-    leverage: Decimal
-    profit: Decimal
-    open_fee: Decimal
-    close_fee: Decimal
-    opened_ms: int
-    whole: bool
+    @property
+    def realised(self) -> Decimal:
+        return self.profit - self.open_fee - self.close_fee

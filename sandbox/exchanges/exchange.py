@@ -1,226 +1,211 @@
-"""What the six exchanges have in common: check, route, answer, refuse."""
+"""What the exchanges have in common: route, check, one of nine operations, answer or refuse.
 
-from __future__ import annotations
+An exchange is a class of tables, its signature, and the shape of its answers: `success(data)`
+and `refusal(operation, status, code, text)`; one that trades also gives `key`, `period`,
+`ledger_rows` and `closing_rows`. The fields of an answer are a table of NAME=WORD: a member of
+the record (-WORD is its negative, #WORD a number in JSON) or a constant in quotes. Other
+decimals are text.
+"""
 
-import base64
-import hashlib
 import hmac
 import itertools
-import json
 import re
-from dataclasses import dataclass
+from collections.abc import Callable
 from decimal import Decimal
-from typing import Any, Callable, ClassVar, Dict, List, Mapping, Optional, Tuple, Union
+from operator import attrgetter
+from typing import Any
 
+from .. import hosts
 from ..account import Account
-from ..clock import Clock
 from ..http_message import Request, Response, wire_bytes
-from ..keys import ApiKey
-from ..records import Contract, Rejection
-
-WINDOW_MS = 60_000
-"""A slow machine must not look like a wrong clock, so no window is narrower."""
-
-Code = Union[str, int]
-Route = Tuple[str, str, str]
-"""Method, path pattern, and the name of the member that answers."""
-
-
-class Refused(Exception):
-    """An answer other than success: a code of the exchange, with its own text or another."""
-
-    def __init__(self, code: Code, text: str = "") -> None:
-        super().__init__(code, text)
-        self.code, self.text = code, text
-
-
-CodeAndText = Tuple[Any, ...]
-"""The arguments of Refused."""
-
-
-@dataclass(frozen=True)
-class Refusals:
-    """What an exchange says to the mistakes that can be made on every one of them."""
-
-    not_found: CodeAndText
-    missing_parameter: CodeAndText
-    """Its text may name the parameter as {0}."""
-    bad_body: CodeAndText
-    bad_content_type: CodeAndText
-
-
-@dataclass
-class Call:
-    """An authenticated request, and how its parts are read."""
-
-    request: Request
-    key: ApiKey
-    refusals: Refusals
-    path_names: Dict[str, str]
-
-    def query(self, name: str, default: Optional[str] = None) -> str:
-        return self._read(self.request.parameters, name, default)
-
-    def member(self, name: str, default: Any = None) -> Any:
-        """A member of the JSON body; numbers come as int or Decimal."""
-        return self._read(self._document(), name, default)
-
-    def word(self, name: str) -> str:
-        """A member that is a text, or a number taken as one."""
-        value = self.member(name)
-        if isinstance(value, bool) or not isinstance(value, (str, int, Decimal)):
-            raise self._missing(name)
-        return str(value)
-
-    def _read(self, source: Mapping[str, Any], name: str, default: Any) -> Any:
-        value = source.get(name, default)
-        if value is None or value == "":
-            if default is not None:
-                return default
-            raise self._missing(name)
-        return value
-
-    def _missing(self, name: str) -> Refused:
-        code, *text = self.refusals.missing_parameter
-        return Refused(code, *(line.format(name) for line in text))
-
-    def _document(self) -> Dict[str, Any]:
-        content_type = self.request.header("Content-Type") or ""
-        if content_type.partition(";")[0].strip().lower() != "application/json":
-            raise Refused(*self.refusals.bad_content_type)
-        try:
-            document = json.loads(self.request.body.decode("utf-8"), parse_float=Decimal,
-                                  parse_constant=_no_number)
-        except (ValueError, RecursionError):
-            raise Refused(*self.refusals.bad_body) from None
-        if not isinstance(document, dict):
-            raise Refused(*self.refusals.bad_body)
-        return document
+from ..keys import ApiKey, demo_keys
+from ..records import Contract, Order, Refused
+from .call import Call
 
 
 class Exchange:
-    """One exchange: a subclass gives its tables, its checks and its answers."""
+    name = ""
+    contracts: tuple[tuple[str, ...], ...] = ()
+    """Symbol, coin, the step of quantities, how many coins a unit is."""
+    routes: list[tuple[str, str, str]] = []
+    """Method, path pattern and operation."""
+    credentials: dict[str, str] = {}
+    """The headers of key, passphrase, sign and time."""
+    checks = ("key", "time", "passphrase", "sign")
+    """In their order; a passphrase only where there is one."""
+    window_ms = (5000, 5000)
+    """How far behind its clock a request may be, and how far ahead."""
+    names: dict[str, str] = {}
+    """What it calls a parameter, where that is not our word."""
+    choices: dict[str, tuple[str, ...]] = {}
+    """The values that it knows of a parameter."""
+    words: dict[str, str] = {}
+    """What it calls the sides of orders and positions and the states of orders."""
+    errors: dict[str, tuple[int, Any, str]] = {}
+    """HTTP status, code and text of a reason, or of a reason and what it is about, which is {}.
+    A reason that is not there is refused as "invalid"."""
+    balance_fields = position_fields = order_fields = done_fields = leverage_fields = ""
+    hedged = False
+    shows_empty = False
+    """Whether a contract without a position has a row all the same."""
+    orders_have_symbols = True
+    """Whether an order is asked for with its contract."""
+    more_keys: dict[str, dict[str, Any]] = {}
+    start_orders: tuple[tuple[str, str, str], ...] = ()
+    """Buys (symbol, quantity, price) that were placed before the sandbox starts."""
+    first_order_id = 1
+    time: Callable[[int], Any] = str
+    """How it writes a time, which we have in milliseconds."""
 
-    name: ClassVar[str]
-    hosts: ClassVar[Tuple[str, ...]]
-    contracts: ClassVar[Dict[str, Contract]]
-    routes: ClassVar[List[Route]]
-    errors: ClassVar[Dict[Code, Tuple[int, str]]]
-    """HTTP status and usual text of every code that it refuses with."""
-    rejections: ClassVar[Dict[str, CodeAndText]]
-    """What it says to each of the account's reasons."""
-    refusals: ClassVar[Refusals]
-    hedged: ClassVar[bool] = False
-    initial_orders: ClassVar[Tuple[Tuple[str, str, str, str], ...]] = ()
-    """Buys (symbol, quantity, price, id) that were placed before the sandbox starts."""
-    first_order_id: ClassVar[int] = 1
-
-    def __init__(self, keys: List[ApiKey], clock: Clock, marks: Dict[str, Decimal]) -> None:
-        self.keys = keys
-        self.clock = clock
-        self._order_ids = itertools.count(self.first_order_id)
-        self.account = Account(self.contracts, clock, marks, self.new_order_id, self.hedged)
-        for symbol, quantity, price, order_id in self.initial_orders:
-            self.account.place(symbol, True, Decimal(quantity), Decimal(price), order_id=order_id,
-                               position_side="long" if self.hedged else "")
+    def __init__(self, marks: dict[str, Decimal], now_ms: Callable[[], int]) -> None:
+        self.now_ms = now_ms
+        self.keys = demo_keys(self.name, "passphrase" in self.credentials, self.more_keys)
+        self._ids = itertools.count(self.first_order_id)
+        self.account = Account(self.contracts, marks, now_ms, self.new_order_id, self.hedged)
+        for symbol, quantity, price in self.start_orders:
+            self.account.place(self.account.contract(symbol), True, Decimal(quantity),
+                               Decimal(price), side="long" if self.hedged else "")
 
     def handle(self, request: Request) -> Response:
+        operation = ""
         try:
             operation, path_names = self._route(request)
-            key = self.authenticate(request)
-            return operation(Call(request, key, self.refusals, path_names))
-        except Rejection as rejection:
-            return self._refuse(*self.rejections[rejection.reason])
+            key = self._authenticate(request)
+            if request.method != "GET" and not key.can_trade:
+                raise Refused("permission")
+            call = Call(request, path_names, self.names, self.choices, key)
+            return Response.of_json(self.success(getattr(self, operation)(call)))
         except Refused as refused:
-            return self._refuse(refused.code, refused.text)
+            about = refused.detail or self.names.get(refused.reason, refused.reason)
+            reasons = (f"{refused.reason} {about}", refused.reason, "invalid")
+            status, code, text = next(self.errors[one] for one in reasons if one in self.errors)
+            text = text.replace("{}", about)
+            return Response.of_json(self.refusal(operation, status, code, text), status)
 
-    def authenticate(self, request: Request) -> ApiKey:
-        """The key that signed `request`, or Refused."""
-        raise NotImplementedError
+    def fields(self, table: str, record: Any) -> dict[str, Any]:
+        pairs = (field.partition("=") for field in table.split())
+        return {name: self._value(word or name, record) for name, _, word in pairs}
 
-    def refusal(self, code: Code, text: str, status: int) -> Response:
-        """The exchange's own error document."""
-        raise NotImplementedError
+    # The nine operations. `key`, and what a ledger and a list of closings hold, differ too much.
+
+    def balance(self, _call: Call) -> Any:
+        return self.fields(self.balance_fields, self.account)
+
+    def position(self, call: Call) -> Any:
+        symbol = call.text("symbol", "")
+        held = [one for one in self.account.positions.values()
+                if symbol in ("", one.contract.symbol)]
+        if self.shows_empty and not held:
+            held = [self.account.position(self.account.contract(symbol))]
+        return [self.fields(self.position_fields, one) for one in held]
+
+    def order(self, call: Call) -> Any:
+        return self.fields(self.order_fields, self.asked_order(call))
+
+    def cancel(self, call: Call) -> Any:
+        order = self.asked_order(call)
+        self.account.cancel(order)
+        return self.fields(self.done_fields or self.order_fields, order)
+
+    def leverage(self, call: Call) -> Any:
+        contract, side = self._contract_and_side(call)
+        self.account.set_leverage(contract.symbol, call.number("leverage"), side)
+        return self.fields(self.leverage_fields, self.account.position(contract, side))
+
+    def place(self, call: Call) -> Any:
+        contract, side = self._contract_and_side(call)
+        buy, quantity = self.asked_quantity(call)
+        order = self.account.place(contract, buy, quantity, call.number("price"),
+                                   call.flag("reduce_only"), side)
+        return self.fields(self.done_fields or self.order_fields, order)
+
+    def funding(self, call: Call) -> Any:
+        since, until, symbol = self.period(call)
+        kind = call.text("type", "")
+        return call.page([row for entry in self.account.ledger
+                          if since <= entry.time_ms <= until
+                          and symbol in ("", entry.contract.symbol)
+                          for row in self.ledger_rows(entry) if kind in ("", row["type"])])
+
+    def closings(self, call: Call) -> Any:
+        symbol = self.account.contract(call.text("symbol")).symbol
+        return call.page(self.closing_rows([entry for entry in self.account.ledger
+                                            if entry.order and entry.contract.symbol == symbol]))
+
+    # What is usual, and may be otherwise at an exchange.
+
+    def credential(self, request: Request, part: str) -> str:
+        value = request.header(self.credentials[part])
+        if not value:
+            raise Refused("no_header", self.credentials[part])
+        return value
+
+    def passphrase(self, _request: Request, key: ApiKey) -> str:
+        return key.passphrase
+
+    def moment_ms(self, text: str) -> int:
+        """Of the time in a request; -1 when it is none."""
+        return int(text) if re.fullmatch(r"[0-9]{1,19}", text) else -1
 
     def new_order_id(self) -> str:
-        return str(next(self._order_ids))
+        return str(next(self._ids))
 
-    def find_key(self, text: str, host: str) -> Optional[ApiKey]:
-        """The key of that name which lives on `host`."""
-        return next((key for key in self.keys
-                     if key.key == text and (key.site or self.hosts[0]) == host), None)
+    def asked_order(self, call: Call) -> Order:
+        order = self.account.order(call.text("order"))
+        if self.orders_have_symbols and call.text("symbol") != order.contract.symbol:
+            raise Refused("unknown_order")
+        return order
 
-    def check_time(self, moment_ms: Optional[int], window_ms: int, code: Code,
-                   text: str = "") -> None:
-        if moment_ms is None or \
-                abs(self.clock.now_ms() - moment_ms) > max(window_ms, WINDOW_MS):
-            raise Refused(code, text)
+    def asked_quantity(self, call: Call) -> tuple[bool, Decimal]:
+        """Whether an order buys, and how much."""
+        side = call.text("side")
+        if side not in (self.words["buy"], self.words["sell"]):
+            raise Refused("invalid", "side")
+        return side == self.words["buy"], call.number("quantity")
 
-    def _refuse(self, code: Code, text: str = "") -> Response:
-        status, usual = self.errors[code]
-        return self.refusal(code, text or usual, status)
+    def _authenticate(self, request: Request) -> ApiKey:
+        sent = {part: self.credential(request, part) for part in self.credentials}
+        named = [key for key in self.keys if key.key == sent["key"]]
+        here = [key for key in named
+                if (key.site or hosts.BY_EXCHANGE[self.name][0]) == request.host]
+        early = self.now_ms() - self.moment_ms(sent["time"])
+        for check in self.checks:
+            if check == "key" and not here:
+                raise Refused("key", "elsewhere" if named else "")
+            if check == "time" and not -self.window_ms[1] < early <= self.window_ms[0]:
+                raise Refused("time")
+            if check in ("passphrase", "sign") and check in sent:
+                expected = self.sign(request, here[0], sent["time"]) if check == "sign" else \
+                    self.passphrase(request, here[0])
+                if not hmac.compare_digest(wire_bytes(sent[check]), wire_bytes(expected)):
+                    raise Refused(check)
+        return here[0]
 
-    def _route(self, request: Request) -> Tuple[Callable[[Call], Response], Dict[str, str]]:
-        for method, pattern, member in self.routes:
+    def _value(self, word: str, record: Any) -> Any:
+        if word.startswith("'"):
+            return word.strip("'")
+        value = attrgetter(word.lstrip("#-"))(record)
+        if word.endswith("_ms"):
+            return self.time(value)
+        if word.startswith("#"):
+            return int(value) if int(value) == Decimal(value) else float(value)
+        if isinstance(value, Decimal):
+            return plain(-value if word.startswith("-") else value)
+        return self.words.get(value, value) if isinstance(value, str) else value
+
+    def _contract_and_side(self, call: Call) -> tuple[Contract, str]:
+        return (self.account.contract(call.text("symbol")),
+                call.text("position_side") if self.hedged else "")
+
+    def _route(self, request: Request) -> tuple[str, dict[str, str]]:
+        for method, pattern, operation in self.routes:
             match = re.fullmatch(pattern, request.path)
             if match and method == request.method:
-                return getattr(self, member), match.groupdict()
-        raise Refused(*self.refusals.not_found)
+                return operation, match.groupdict()
+        raise Refused("not_found")
 
 
-def needed_header(request: Request, name: str, code: Code) -> str:
-    """The header's value; Refused with `code` when it is missing or empty."""
-    value = request.header(name)
-    if not value:
-        raise Refused(code)
-    return value
-
-
-def mac(algorithm: str, secret: str, *pieces: Union[str, bytes]) -> bytes:
-    """HMAC of what the pieces are on the wire, one after another."""
-    message = b"".join(wire_bytes(piece) if isinstance(piece, str) else piece
-                       for piece in pieces)
-    return hmac.new(wire_bytes(secret), message, algorithm).digest()
-
-
-def base64_mac(secret: str, *pieces: Union[str, bytes]) -> str:
-    return base64.b64encode(mac("sha256", secret, *pieces)).decode("ascii")
-
-
-def sha512_hex(body: bytes) -> str:
-    return hashlib.sha512(body).hexdigest()
-
-
-def same(received: Optional[str], expected: str) -> bool:
-    return hmac.compare_digest(wire_bytes(received or ""), wire_bytes(expected))
-
-
-def whole_number(text: Optional[str]) -> Optional[int]:
-    return int(text) if text and re.fullmatch(r"[0-9]{1,19}", text) else None
-
-
-def number(value: Any) -> Optional[Decimal]:
-    """A decimal given as JSON text or number; None when it is neither, or absurd."""
-    if isinstance(value, str) and re.fullmatch(r"-?[0-9]{1,18}(\.[0-9]{1,18})?", value):
-        return Decimal(value)
-    if isinstance(value, (int, Decimal)) and not isinstance(value, bool) and abs(value) < 10**18:
-        return Decimal(value)
-    return None
-
-
-def newest_first(rows: List[Dict[str, Any]], time_name: str, call: Call,
-                 default_limit: int = 20) -> List[Dict[str, Any]]:
-    """The first page of `rows`, as long as the query's limit."""
-    limit = whole_number(call.query("limit", "")) or default_limit
-    return sorted(rows, key=lambda row: float(row[time_name]), reverse=True)[:limit]
-
-
-def plain(value: Decimal, places: int = 8) -> str:
+def plain(value: Decimal) -> str:
     """Decimal text without exponent and without needless zeros."""
-    text = f"{value:.{places}f}"
-    text = text.rstrip("0").rstrip(".") if "." in text else text
-    return "0" if text in ("-0", "") else text
-
-
-def _no_number(word: str) -> None:
-    raise ValueError(word)
+    text = f"{value:.8f}".rstrip("0").rstrip(".")
+    return "0" if text == "-0" else text
