@@ -11,8 +11,16 @@ from .mac_keychain import KeychainInUse
 from .shell import GREETING, prepare_shell
 
 
-def main(arguments: list[str]) -> int:
-    options = _parse(arguments)
+def main() -> int:
+    parser = argparse.ArgumentParser(
+        prog="python3 -m sandbox",
+        description="Runs a command, or a shell, among stand-ins for the outside world.")
+    parser.add_argument("--path", action="append", default=[], metavar="DIR",
+                        help="a directory to come first on the PATH")
+    parser.add_argument("--share", default="share", metavar="DIR",
+                        help="where the shell finds the manual and the completions")
+    parser.add_argument("command", nargs=argparse.REMAINDER, metavar="CMD ARG...")
+    options = parser.parse_args()
     for number in (signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, _stop)
     try:
@@ -21,30 +29,14 @@ def main(arguments: list[str]) -> int:
                 options.command = prepare_shell(box.env, options.share)
                 sys.stderr.write(GREETING)
             return _run(options.command, box.env)
-    except KeychainInUse as refusal:
+    except (KeychainInUse, FileNotFoundError, PermissionError) as refusal:
         sys.stderr.write(f"sandbox: {refusal}\n")
-        return 1
-
-
-def _parse(arguments: list[str]) -> argparse.Namespace:
-    parser = argparse.ArgumentParser(
-        prog="python3 -m sandbox",
-        description="Runs a command, or a shell, among stand-ins for the outside world.")
-    parser.add_argument("--path", action="append", default=[], metavar="DIR",
-                        help="a directory to come first on the PATH")
-    parser.add_argument("--share", metavar="DIR",
-                        help="where the shell finds man/ and the completions")
-    parser.add_argument("command", nargs=argparse.REMAINDER, metavar="CMD ARG...")
-    return parser.parse_args(arguments)
+        return 127
 
 
 def _run(command: list[str], env: dict[str, str]) -> int:
-    """The command's exit status, 128 and more for a signal, 127 when it cannot be started."""
-    try:
-        child = subprocess.Popen(command, env=env)
-    except OSError as error:
-        sys.stderr.write(f"sandbox: {error}\n")
-        return 127
+    """The command's exit status, 128 and more for a signal."""
+    child = subprocess.Popen(command, env=env)
     # A terminal's Ctrl-C has reached the command as well; its end is ours.
     signal.signal(signal.SIGINT,
                   lambda *_: None if sys.stdin.isatty() else child.send_signal(signal.SIGINT))
@@ -66,4 +58,4 @@ def _stop(number: int, _frame: Any) -> None:
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    sys.exit(main())

@@ -14,16 +14,12 @@ class Fault:
     """
 
     host: str
-    path: str = ""
-    """Requests whose target begins so; a certificate is the host's, whatever the path."""
-    times: Optional[int] = None
-    """How many more requests it spoils; None is all of them."""
+    path: str = ""  # of requests whose target begins so; a certificate is the host's
+    times: Optional[int] = None  # how many more requests it spoils; None is all of them
     response: Optional[Response] = None
-    delivery: str = "whole"
-    """whole, half, slow, nothing or endless."""
+    delivery: str = "whole"  # or half, slow, nothing, endless
     unheard: bool = False
-    stranger: bool = False
-    """The host's certificate is one that nobody vouches for."""
+    unvouched: bool = False  # nobody vouches for the host's certificate
     pieces: int = 10
     pause_seconds: float = 0.05
 
@@ -60,16 +56,16 @@ class Fault:
 
     @classmethod
     def unknown_ca(cls, host: str, **where) -> "Fault":
-        return cls(host, stranger=True, **where)
+        return cls(host, unvouched=True, **where)
+
+    def fits(self, host: str, target: Optional[str]) -> bool:
+        """Without a target it is about the certificate."""
+        return self.host == host and self.times != 0 and self.unvouched == (target is None) \
+            and (target or "").startswith("" if target is None else self.path)
 
 
 def take_fault(faults: list[Fault], host: str, target: Optional[str] = None) -> Optional[Fault]:
-    """The first that fits; without a target, of those that concern the certificate."""
-    for fault in faults:
-        fits = fault.stranger if target is None else \
-            not fault.stranger and target.startswith(fault.path)
-        if fits and fault.host == host and fault.times != 0:
-            if fault.times is not None:
-                fault.times -= 1
-            return fault
-    return None
+    fault = next((one for one in faults if one.fits(host, target)), None)
+    if fault and fault.times is not None:
+        fault.times -= 1
+    return fault

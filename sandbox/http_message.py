@@ -14,8 +14,7 @@ class Request:
     scheme: str
     host: str
     method: str
-    target: str
-    """Path and query exactly as on the wire."""
+    target: str  # path and query exactly as on the wire
     headers: list[tuple[str, str]]
     body: bytes = b""
 

@@ -12,8 +12,7 @@ class ApiKey:
     key: str
     secret: str
     passphrase: str = ""
-    site: str = ""
-    """The one host where the key exists; the exchange's first when empty."""
+    site: str = ""  # the one host where the key exists; the exchange's first when empty
     version: str = "2"
     can_trade: bool = True
     can_withdraw: bool = False

@@ -39,7 +39,7 @@ class Proxy(ThreadingHTTPServer):
 class _Connection(BaseHTTPRequestHandler):
     server: Proxy
     protocol_version = "HTTP/1.1"
-    tunnel_host = ""
+    host = ""  # of the tunnel, once there is one
 
     def log_message(self, *_) -> None:
         """The requests are kept, not printed."""
@@ -54,42 +54,43 @@ class _Connection(BaseHTTPRequestHandler):
         context = self.server.certificate(host)
         with context.wrap_socket(self.connection, server_side=True) as self.connection, \
                 self.connection.makefile("rb") as self.rfile:
-            self.tunnel_host = host
+            self.host = host
             self.handle_one_request()
 
     def do_GET(self) -> None:
-        scheme, host, target = "https", self.tunnel_host, self.path
+        scheme, host, target = "https", self.host, self.requestline.split(" ")[1]
         if not host:
-            url = urlsplit(self.path)
+            url = urlsplit(target)
             scheme, host = "http", url.hostname or ""
-            target = self.path[len("http://") + len(url.netloc):] or "/"
+            target = target[len("http://") + len(url.netloc):] or "/"
         self.close_connection = True
         if scheme == "https" or self.server.world.knows(host, scheme):
-            headers = [(name, wire_text(value.encode("latin-1")))
-                       for name, value in self.headers.items()]
+            headers = [(name, _text(value)) for name, value in self.headers.items()]
             body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
-            target = wire_text(target.encode("latin-1"))
-            response, fault = self.server.world.handle(
-                Request(scheme, host, self.command, target, headers, body))
-            self._deliver(response, fault or Fault(host))
+            request = Request(scheme, host, self.command, _text(target), headers, body)
+            response, fault = self.server.world.handle(request)
+            self._deliver(response, response.body, fault or Fault(host))
 
-    do_POST = do_DELETE = do_PUT = do_HEAD = do_GET
+    do_POST = do_DELETE = do_GET
 
-    def _deliver(self, response: Response, fault: Fault) -> None:
-        body, send, closing = response.body, self.connection.sendall, self.server.closing
-        if fault.delivery == "nothing":
-            return
-        if fault.delivery == "endless":
-            send(response.head(None))
-            while not closing.is_set():
-                send(body)
-        if fault.delivery == "half":
-            send(response.head(len(body)) + body[:len(body) // 2])
+    def _deliver(self, response: Response, body: bytes, fault: Fault) -> None:
+        send, closing = self.connection.sendall, self.server.closing
         if fault.delivery == "whole":
             send(response.head(len(body)) + body)
+        if fault.delivery == "half":
+            send(response.head(len(body)) + body[:len(body) // 2])
         if fault.delivery == "slow":
             send(response.head(len(body)))
             size = max(1, -(-len(body) // fault.pieces))
             for start in range(0, len(body), size):
                 send(body[start:start + size])
                 closing.wait(fault.pause_seconds)
+        if fault.delivery == "endless":
+            send(response.head(None))
+            while not closing.is_set():
+                send(body)
+
+
+def _text(latin: str) -> str:
+    """What http.server read as Latin-1, as the text that it is."""
+    return wire_text(latin.encode("latin-1"))

@@ -39,12 +39,10 @@ class Order:
     price: Decimal
     leverage: Decimal
     reduce_only: bool
-    position_side: str
-    """long or short where both can be held at once, else empty."""
+    position_side: str  # long or short where both can be held at once, else empty
     created_ms: int
     updated_ms: int
-    state: str = "open"
-    """open, filled or cancelled."""
+    state: str = "open"  # or filled, cancelled
     filled: Decimal = NOTHING
     average: Decimal = NOTHING
     fee: Decimal = NOTHING
@@ -85,9 +83,8 @@ class Position:
     closed: Decimal = NOTHING
     exit_price: Decimal = NOTHING
     profit: Decimal = NOTHING
-    fees: Decimal = NOTHING
-    """All that was paid for it so far; `open_fee` is what opening the part still held cost."""
-    open_fee: Decimal = NOTHING
+    fees: Decimal = NOTHING  # all that was paid for it so far
+    open_fee: Decimal = NOTHING  # what opening the part still held has cost
 
     @property
     def size(self) -> Decimal:
@@ -118,17 +115,23 @@ class Entry:
     profit: Decimal = NOTHING
     fee: Decimal = NOTHING
     order: Optional[Order] = None
-    closed: Decimal = NOTHING
-    """How much of the order closed `position`, which was opened at `entry_price`."""
+    closed: Decimal = NOTHING  # how much of the order closed `position`
     position: Optional[Position] = None
     entry_price: Decimal = NOTHING
-    open_fee: Decimal = NOTHING
+    open_fee: Decimal = NOTHING  # the closed part's share of what opening it cost
     close_fee: Decimal = NOTHING
-    """The fees of what was closed: its share of the opening's, and its own."""
+
+    @property
+    def kind(self) -> str:
+        return "trade" if self.order else "funding"
+
+    @property
+    def gain(self) -> Decimal:
+        return self.funding + self.profit
 
     @property
     def change(self) -> Decimal:
-        return self.funding + self.profit - self.fee
+        return self.gain - self.fee
 
     @property
     def realised(self) -> Decimal:

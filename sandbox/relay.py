@@ -23,10 +23,8 @@ class Relay:
     """`script` holds raw answers by the last word of the path; they come before its own."""
 
     def __init__(self) -> None:
-        self.tokens = {BIND_TOKEN: WALLET}
-        """The wallet that each token was shown to."""
-        self.spent: dict[str, str] = {}
-        """The connector that claimed each token."""
+        self.tokens = {BIND_TOKEN: WALLET}  # the wallet that each was shown to
+        self.spent: dict[str, str] = {}  # the connector that claimed each
         self.bindings: dict[str, Binding] = {}
         self.script: dict[str, bytes] = {}
         self._routes = {"GET /api/security/config": self._configuration,

@@ -35,8 +35,7 @@ class World:
         with self.lock:
             self.clock_offset_ms = 0
             self.requests: list[Request] = []
-            self.refused: list[str] = []
-            """Hosts that somebody asked for and that are not of this world."""
+            self.refused: list[str] = []  # hosts asked for that are not of this world
             self.faults: list[Fault] = []
             self.relay, self.downloads = Relay(), Downloads()
             self._marks = dict(MARKS)

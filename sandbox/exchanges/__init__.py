@@ -3,11 +3,8 @@
 from .bingx import Bingx
 from .bitget import Bitget
 from .bybit import Bybit
-from .exchange import Exchange
 from .gate import Gate
 from .kucoin import Kucoin
 from .okx import Okx
 
 EXCHANGES = (Bybit, Okx, Gate, Bingx, Kucoin, Bitget)
-
-__all__ = ["EXCHANGES", "Exchange"]

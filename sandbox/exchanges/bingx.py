@@ -61,11 +61,8 @@ class Bingx(Exchange):
             raise Refused("no_signature")
         return mac("sha256", key.secret, signed).hex()
 
-    def success(self, data):
-        return {"code": 0, "msg": "", "data": data}
-
-    def refusal(self, operation, status, code, text):
-        return {"code": code, "msg": text, "timestamp": self.now_ms()}
+    def envelope(self, code, text, data):
+        return {"code": code, "msg": text, **({} if data is None else {"data": data})}
 
     def balances(self, call):
         return [super().balance(call)]

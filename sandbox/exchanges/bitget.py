@@ -1,6 +1,5 @@
 """Bitget, API v2: USDT-M futures in hedge mode."""
 
-from .call import base64_mac
 from .exchange import Exchange
 
 MIX = "/api/v2/mix"
@@ -21,6 +20,7 @@ class Bitget(Exchange):
     names = {"order": "orderId"}
     choices = {"productType": ("USDT-FUTURES",), "marginCoin": ("USDT",)}
     words = {"open": "live", "cancelled": "canceled"}
+    ok = ("00000", "success")
     errors = {
         "not_found": (404, "40404", "Request URL NOT FOUND"),
         "no_header ACCESS-KEY": (400, "40006", "Invalid ACCESS_KEY"),
@@ -51,14 +51,8 @@ class Bitget(Exchange):
     start_orders = (("BTCUSDT", "0.01", "50000"), ("BTCUSDT", "0.02", "45000"))
     first_order_id = 1_265_201_188_318_200_001
 
-    def sign(self, request, key, time):
-        return base64_mac(key.secret, time, request.method, request.target, request.body)
-
-    def success(self, data):
-        return {"code": "00000", "msg": "success", "requestTime": self.now_ms(), "data": data}
-
-    def refusal(self, operation, status, code, text):
-        return {"code": code, "msg": text, "requestTime": self.now_ms(), "data": None}
+    def envelope(self, code, text, data):
+        return {"code": code, "msg": text, "requestTime": self.now_ms(), "data": data}
 
     def balance(self, call):
         return [super().balance(call)]

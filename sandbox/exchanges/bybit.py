@@ -30,7 +30,10 @@ class Bybit(Exchange):
              "reduce_only": "reduceOnly"}
     choices = {"category": ("linear",), "accountType": ("UNIFIED",), "orderType": ("Limit",)}
     words = {"buy": "Buy", "sell": "Sell", "long": "Buy", "short": "Sell", "open": "New",
-             "filled": "Filled", "cancelled": "Cancelled"}
+             "filled": "Filled", "cancelled": "Cancelled", "funding": "SETTLEMENT",
+             "trade": "TRADE"}
+    ok = (0, "OK")
+    nothing: dict = {}
     errors = {
         "not_found": (404, 404, "Not Found"),
         "no_header": (200, 10001, "Request parameter error."),
@@ -60,10 +63,9 @@ class Bybit(Exchange):
         "reduceOnly=reduce_only createdTime=created_ms updatedTime=updated_ms")
     done_fields = "orderId=id"
     ledger_fields = (
-        "symbol=contract.symbol transactionTime=time_ms currency='USDT' funding cashFlow=profit "
-        "fee change cashBalance=balance")
-    trade_fields = "type='TRADE' side=order.side orderId=order.id qty=order.quantity " \
-                   "tradePrice=order.average"
+        "symbol=contract.symbol transactionTime=time_ms currency='USDT' type=kind funding "
+        "cashFlow=profit fee change cashBalance=balance side=order.side orderId=order.id "
+        "qty=order.quantity tradePrice=order.average")
     closing_fields = (
         "symbol=contract.symbol orderId=order.id side=order.side closedSize=closed "
         "avgEntryPrice=entry_price avgExitPrice=order.average openFee=open_fee "
@@ -76,12 +78,9 @@ class Bybit(Exchange):
         signed = wire_bytes(request.query) if request.method == "GET" else request.body
         return mac("sha256", key.secret, time, key.key, window, signed).hex()
 
-    def success(self, data):
+    def envelope(self, code, text, data):
         result = {"list": data} if isinstance(data, list) else data
-        return {"retCode": 0, "retMsg": "OK", "result": result, "time": self.now_ms()}
-
-    def refusal(self, operation, status, code, text):
-        return {"retCode": code, "retMsg": text, "result": {}, "time": self.now_ms()}
+        return {"retCode": code, "retMsg": text, "result": result, "time": self.now_ms()}
 
     def new_order_id(self) -> str:
         return str(uuid.uuid4())
@@ -103,21 +102,11 @@ class Bybit(Exchange):
                 and (order.id == wanted if wanted else order.state == "open")]
 
     def leverage(self, call):
-        leverage = call.number("leverage")
-        if leverage != call.number("sellLeverage"):
-            raise Refused("leverage")
-        if leverage == self.account.leverage(call.text("symbol")):
+        if call.number("leverage") == self.account.leverage(call.text("symbol")):
             raise Refused("same_leverage")
         return super().leverage(call)
 
-    def period(self, call):
+    def asked_period(self, call):
         """A day from its start; the log takes no symbol."""
         start = int(call.number("startTime", str(self.now_ms() - DAY_MS)))
         return start, start + DAY_MS, ""
-
-    def ledger_rows(self, entry):
-        kind = self.fields(self.trade_fields, entry) if entry.order else {"type": "SETTLEMENT"}
-        return [{**self.fields(self.ledger_fields, entry), **kind}]
-
-    def closing_rows(self, fills):
-        return [self.fields(self.closing_fields, entry) for entry in fills if entry.closed]

@@ -1,61 +1,49 @@
 """What the exchanges have in common: route, check, one of nine operations, answer or refuse.
 
-An exchange is a class of tables, its signature, and the shape of its answers: `success(data)`
-and `refusal(operation, status, code, text)`; one that trades also gives `key`, `period`,
-`ledger_rows` and `closing_rows`. The fields of an answer are a table of NAME=WORD: a member of
-the record (-WORD is its negative, #WORD a number in JSON) or a constant in quotes. Other
-decimals are text.
+An exchange is a class of tables and its `envelope`. The fields of an answer are a table of
+NAME=WORD: a member of the record (-WORD is its negative, #WORD a number in JSON; what is not
+there is empty) or a constant in quotes. Other decimals are text.
 """
 
 import hmac
 import itertools
 import re
-from collections.abc import Callable
 from decimal import Decimal
 from operator import attrgetter
-from typing import Any
+from typing import Any, Callable
 
 from .. import hosts
 from ..account import Account
 from ..http_message import Request, Response, wire_bytes
 from ..keys import ApiKey, demo_keys
-from ..records import Contract, Order, Refused
-from .call import Call
+from ..records import Contract, Entry, Order, Refused
+from .call import Call, base64_mac
 
 
 class Exchange:
     name = ""
-    contracts: tuple[tuple[str, ...], ...] = ()
-    """Symbol, coin, the step of quantities, how many coins a unit is."""
-    routes: list[tuple[str, str, str]] = []
-    """Method, path pattern and operation."""
-    credentials: dict[str, str] = {}
-    """The headers of key, passphrase, sign and time."""
-    checks = ("key", "time", "passphrase", "sign")
-    """In their order; a passphrase only where there is one."""
-    window_ms = (5000, 5000)
-    """How far behind its clock a request may be, and how far ahead."""
-    names: dict[str, str] = {}
-    """What it calls a parameter, where that is not our word."""
-    choices: dict[str, tuple[str, ...]] = {}
-    """The values that it knows of a parameter."""
-    words: dict[str, str] = {}
-    """What it calls the sides of orders and positions and the states of orders."""
+    contracts: tuple = ()  # symbol, coin, the step of quantities, how many coins a unit is
+    routes: list[tuple[str, str, str]] = []  # method, path pattern, operation
+    credentials: dict[str, str] = {}  # the headers of key, passphrase, sign and time
+    checks = ("key", "time", "passphrase", "sign")  # in their order
+    window_ms = (5000, 5000)  # how far behind its clock a request may be, and how far ahead
+    names: dict[str, str] = {}  # of parameters, where it does not use our words
+    choices: dict[str, tuple[str, ...]] = {}  # the values that it knows of a parameter
+    words: dict[str, str] = {"buy": "buy", "sell": "sell"}  # and of sides, states, entries
+    ok: tuple[Any, str] = (0, "")  # code and text of a success
+    nothing: Any = None  # the data of a refusal
+    # HTTP status, code and text of a reason, or of a reason and what it is about, which is {}.
+    # A reason that is not there is refused as "invalid".
     errors: dict[str, tuple[int, Any, str]] = {}
-    """HTTP status, code and text of a reason, or of a reason and what it is about, which is {}.
-    A reason that is not there is refused as "invalid"."""
     balance_fields = position_fields = order_fields = done_fields = leverage_fields = ""
-    hedged = False
-    shows_empty = False
-    """Whether a contract without a position has a row all the same."""
-    orders_have_symbols = True
-    """Whether an order is asked for with its contract."""
+    ledger_fields = closing_fields = ""
+    hedged = False  # whether long and short are held apart
+    shows_empty = False  # whether a contract without a position has a row all the same
+    orders_have_symbols = True  # whether an order is asked for with its contract
     more_keys: dict[str, dict[str, Any]] = {}
-    start_orders: tuple[tuple[str, str, str], ...] = ()
-    """Buys (symbol, quantity, price) that were placed before the sandbox starts."""
+    start_orders: tuple = ()  # symbol, quantity and price of buys from before the sandbox starts
     first_order_id = 1
-    time: Callable[[int], Any] = str
-    """How it writes a time, which we have in milliseconds."""
+    time: Callable[[int], Any] = str  # how it writes a time, which we have in milliseconds
 
     def __init__(self, marks: dict[str, Decimal], now_ms: Callable[[], int]) -> None:
         self.now_ms = now_ms
@@ -67,26 +55,24 @@ class Exchange:
                                Decimal(price), side="long" if self.hedged else "")
 
     def handle(self, request: Request) -> Response:
-        operation = ""
         try:
             operation, path_names = self._route(request)
             key = self._authenticate(request)
             if request.method != "GET" and not key.can_trade:
                 raise Refused("permission")
             call = Call(request, path_names, self.names, self.choices, key)
-            return Response.of_json(self.success(getattr(self, operation)(call)))
+            return Response.of_json(self.envelope(*self.ok, getattr(self, operation)(call)))
         except Refused as refused:
             about = refused.detail or self.names.get(refused.reason, refused.reason)
             reasons = (f"{refused.reason} {about}", refused.reason, "invalid")
             status, code, text = next(self.errors[one] for one in reasons if one in self.errors)
             text = text.replace("{}", about)
-            return Response.of_json(self.refusal(operation, status, code, text), status)
+            return Response.of_json(self.envelope(code, text, self.nothing), status)
 
-    def fields(self, table: str, record: Any) -> dict[str, Any]:
-        pairs = (field.partition("=") for field in table.split())
-        return {name: self._value(word or name, record) for name, _, word in pairs}
+    def envelope(self, code: Any, text: str, data: Any) -> Any:
+        raise NotImplementedError
 
-    # The nine operations. `key`, and what a ledger and a list of closings hold, differ too much.
+    # The operations but for `key`; each may be another at an exchange.
 
     def balance(self, _call: Call) -> Any:
         return self.fields(self.balance_fields, self.account)
@@ -120,7 +106,7 @@ class Exchange:
         return self.fields(self.done_fields or self.order_fields, order)
 
     def funding(self, call: Call) -> Any:
-        since, until, symbol = self.period(call)
+        since, until, symbol = self.asked_period(call)
         kind = call.text("type", "")
         return call.page([row for entry in self.account.ledger
                           if since <= entry.time_ms <= until
@@ -128,27 +114,21 @@ class Exchange:
                           for row in self.ledger_rows(entry) if kind in ("", row["type"])])
 
     def closings(self, call: Call) -> Any:
-        symbol = self.account.contract(call.text("symbol")).symbol
-        return call.page(self.closing_rows([entry for entry in self.account.ledger
-                                            if entry.order and entry.contract.symbol == symbol]))
+        contract = self.account.contract(call.text("symbol"))
+        return call.page(self.closing_rows([entry for entry in self.account.ledger if entry.order
+                                            and entry.contract is contract]))
 
-    # What is usual, and may be otherwise at an exchange.
+    # What they are made of, as it usually is.
 
-    def credential(self, request: Request, part: str) -> str:
-        value = request.header(self.credentials[part])
-        if not value:
-            raise Refused("no_header", self.credentials[part])
-        return value
+    def ledger_rows(self, entry: Entry) -> list[dict[str, Any]]:
+        return [self.fields(self.ledger_fields, entry)]
 
-    def passphrase(self, _request: Request, key: ApiKey) -> str:
-        return key.passphrase
+    def closing_rows(self, fills: list[Entry]) -> list[dict[str, Any]]:
+        return [self.fields(self.closing_fields, entry) for entry in fills if entry.closed]
 
-    def moment_ms(self, text: str) -> int:
-        """Of the time in a request; -1 when it is none."""
-        return int(text) if re.fullmatch(r"[0-9]{1,19}", text) else -1
-
-    def new_order_id(self) -> str:
-        return str(next(self._ids))
+    def fields(self, table: str, record: Any) -> dict[str, Any]:
+        pairs = (field.partition("=") for field in table.split())
+        return {name: self._value(word or name, record) for name, _, word in pairs}
 
     def asked_order(self, call: Call) -> Order:
         order = self.account.order(call.text("order"))
@@ -163,20 +143,42 @@ class Exchange:
             raise Refused("invalid", "side")
         return side == self.words["buy"], call.number("quantity")
 
+    def asked_period(self, call: Call) -> tuple[int, int, str]:
+        """From when to when, and of which contract, entries of the ledger are wanted."""
+        raise NotImplementedError
+
+    def new_order_id(self) -> str:
+        return str(next(self._ids))
+
+    def credential(self, request: Request, part: str) -> str:
+        value = request.header(self.credentials[part])
+        if not value:
+            raise Refused("no_header", self.credentials[part])
+        return value
+
+    def moment_ms(self, text: str) -> int:
+        """Of the time in a request; -1 when it is none."""
+        return int(text) if re.fullmatch(r"[0-9]{1,19}", text) else -1
+
+    def sign(self, request: Request, key: ApiKey, time: str) -> str:
+        return base64_mac(key.secret, time, request.method, request.target, request.body)
+
+    def passphrase(self, _request: Request, key: ApiKey, _time: str) -> str:
+        return key.passphrase
+
     def _authenticate(self, request: Request) -> ApiKey:
         sent = {part: self.credential(request, part) for part in self.credentials}
         named = [key for key in self.keys if key.key == sent["key"]]
         here = [key for key in named
                 if (key.site or hosts.BY_EXCHANGE[self.name][0]) == request.host]
-        early = self.now_ms() - self.moment_ms(sent["time"])
+        age_ms = self.now_ms() - self.moment_ms(sent["time"])
         for check in self.checks:
             if check == "key" and not here:
                 raise Refused("key", "elsewhere" if named else "")
-            if check == "time" and not -self.window_ms[1] < early <= self.window_ms[0]:
+            if check == "time" and not -self.window_ms[1] < age_ms <= self.window_ms[0]:
                 raise Refused("time")
             if check in ("passphrase", "sign") and check in sent:
-                expected = self.sign(request, here[0], sent["time"]) if check == "sign" else \
-                    self.passphrase(request, here[0])
+                expected = getattr(self, check)(request, here[0], sent["time"])
                 if not hmac.compare_digest(wire_bytes(sent[check]), wire_bytes(expected)):
                     raise Refused(check)
         return here[0]
@@ -184,7 +186,10 @@ class Exchange:
     def _value(self, word: str, record: Any) -> Any:
         if word.startswith("'"):
             return word.strip("'")
-        value = attrgetter(word.lstrip("#-"))(record)
+        try:
+            value = attrgetter(word.lstrip("#-"))(record)
+        except AttributeError:
+            return ""
         if word.endswith("_ms"):
             return self.time(value)
         if word.startswith("#"):

@@ -64,11 +64,8 @@ class Gate(Exchange):
     def moment_ms(self, text):
         return super().moment_ms(text) * 1000
 
-    def success(self, data):
-        return data
-
-    def refusal(self, operation, status, code, text):
-        return {"label": code, "message": text}
+    def envelope(self, code, text, data):
+        return {"label": code, "message": text} if code else data
 
     def time(self, moment_ms):
         return moment_ms / 1000
@@ -86,7 +83,7 @@ class Gate(Exchange):
         size = call.number("quantity")
         return size > 0, abs(size)
 
-    def period(self, call):
+    def asked_period(self, call):
         return int(call.number("from", "0")) * 1000, self.now_ms(), call.text("symbol", "")
 
     def ledger_rows(self, entry):

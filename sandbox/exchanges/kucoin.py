@@ -17,6 +17,7 @@ class Kucoin(Exchange):
     credentials = {"key": "KC-API-KEY", "sign": "KC-API-SIGN", "time": "KC-API-TIMESTAMP",
                    "passphrase": "KC-API-PASSPHRASE"}
     checks = ("key", "time", "sign", "passphrase")
+    ok = ("200000", "")
     errors = {
         "not_found": (404, "404000", "Url Not Found"),
         "no_header": (401, "400001", "Please check the header of your request for {}"),
@@ -45,19 +46,13 @@ class Kucoin(Exchange):
     first_order_id = 245_892_470_114_900_001
     time = int
 
-    def sign(self, request, key, time):
-        return base64_mac(key.secret, time, request.method, request.target, request.body)
-
-    def passphrase(self, request, key):
+    def passphrase(self, request, key, _time):
         """Whether it refuses the version of another key is not known; here it does."""
         same = request.header("KC-API-KEY-VERSION") == key.version
         return base64_mac(key.secret, key.passphrase) if same else ""
 
-    def success(self, data):
-        return {"code": "200000", "data": data}
-
-    def refusal(self, operation, status, code, text):
-        return {"code": code, "msg": text}
+    def envelope(self, code, text, data):
+        return {"code": code, "msg": text} if data is None else {"code": code, "data": data}
 
     def position(self, call):
         row, = super().position(call)

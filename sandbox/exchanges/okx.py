@@ -3,10 +3,11 @@
 from datetime import datetime, timezone
 
 from .. import hosts
-from .call import base64_mac
+from ..records import Refused
 from .exchange import Exchange
 
 WEEK_MS = 7 * 86_400_000
+ORDER_ERRORS = ("51008", "51112", "51121", "51169", "51400")
 
 
 class Okx(Exchange):
@@ -30,7 +31,10 @@ class Okx(Exchange):
              "leverage": "lever", "position_side": "posSide", "reduce_only": "reduceOnly"}
     choices = {"mgnMode": ("isolated", "cross"), "tdMode": ("isolated", "cross"),
                "ordType": ("limit",), "posSide": ("long", "short")}
-    words = {"buy": "buy", "sell": "sell", "open": "live", "cancelled": "canceled"}
+    words = {"buy": "buy", "sell": "sell", "open": "live", "cancelled": "canceled",
+             "funding": "8", "trade": "2"}
+    ok = ("0", "")
+    nothing: list = []
     errors = {
         "not_found": (404, "404", "Not Found"),
         "no_header": (401, "50106", "Request header \"OK-ACCESS-SIGN\" can't be empty"),
@@ -67,10 +71,9 @@ class Okx(Exchange):
         "cTime=created_ms uTime=updated_ms")
     done_fields = "ordId=id sCode='0' sMsg=''"
     leverage_fields = "instId=contract.symbol lever=leverage mgnMode='isolated'"
-    bill_fields = ("billId=id instId=contract.symbol ccy='USDT' fee=-fee balChg=change "
-                   "bal=balance ts=time_ms")
-    funding_fields = "type='8' pnl=funding"
-    trade_fields = "type='2' pnl=profit ordId=order.id px=order.average sz=order.quantity"
+    ledger_fields = (
+        "billId=id instId=contract.symbol ccy='USDT' type=kind pnl=gain fee=-fee balChg=change "
+        "bal=balance ts=time_ms ordId=order.id px=order.average sz=order.quantity")
     closing_fields = (
         "instId=contract.symbol posId=id posSide=side direction=side openAvgPx=entry_price "
         "closeAvgPx=exit_price openMaxPos=largest closeTotalPos=closed pnl=profit fee=-fees "
@@ -78,9 +81,6 @@ class Okx(Exchange):
     hedged = True
     more_keys = {"eea": {"site": hosts.OKX_EEA}, "us": {"site": hosts.OKX_US}}
     first_order_id = 2_519_700_000_000_000_001
-
-    def sign(self, request, key, time):
-        return base64_mac(key.secret, time, request.method, request.target, request.body)
 
     def moment_ms(self, text):
         """Of a time such as 2025-03-07T09:05:03.042Z."""
@@ -90,17 +90,13 @@ class Okx(Exchange):
             return -1
         return int(moment.replace(tzinfo=timezone.utc).timestamp() * 1000)
 
-    def success(self, data):
-        return {"code": "0", "data": data if isinstance(data, list) else [data], "msg": ""}
-
-    def refusal(self, operation, status, code, text):
+    def envelope(self, code, text, data):
         """Without data where nobody is let in; as a row of data where an order fails."""
-        if status == 401:
+        if code.startswith("501"):
             return {"msg": text, "code": code}
-        if operation in ("place", "cancel") and status == 200:
-            return {"code": "1", "data": [{"ordId": "", "sCode": code, "sMsg": text}],
-                    "msg": "All operations failed"}
-        return {"code": code, "data": [], "msg": text}
+        if code in ORDER_ERRORS:
+            code, text, data = "1", "All operations failed", {"sCode": code, "sMsg": text}
+        return {"code": code, "data": data if isinstance(data, list) else [data], "msg": text}
 
     def key(self, call):
         return {"acctLv": "2", "posMode": "long_short_mode",
@@ -110,12 +106,13 @@ class Okx(Exchange):
         coin = {**self.fields(self.coin_fields, self.account), "uTime": str(self.now_ms())}
         return {"totalEq": coin["eq"], "uTime": coin["uTime"], "details": [coin]}
 
-    def period(self, call):
-        return self.now_ms() - WEEK_MS, self.now_ms(), call.text("symbol", "")
+    def cancel(self, call):
+        if call.text("order") not in self.account.orders:
+            raise Refused("order_closed")
+        return super().cancel(call)
 
-    def ledger_rows(self, entry):
-        kind = self.trade_fields if entry.order else self.funding_fields
-        return [self.fields(f"{self.bill_fields} {kind}", entry)]
+    def asked_period(self, call):
+        return self.now_ms() - WEEK_MS, self.now_ms(), call.text("symbol", "")
 
     def closing_rows(self, fills):
         """One row per position, for all of its closings."""
