@@ -58,6 +58,10 @@ class Order:
         return self.quantity if self.buy else -self.quantity
 
     @property
+    def active(self) -> bool:
+        return self.state == "open"
+
+    @property
     def signed_left(self) -> Decimal:
         return NOTHING if self.filled else self.signed
 

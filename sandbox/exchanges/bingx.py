@@ -11,7 +11,7 @@ class Bingx(Exchange):
     name = "bingx"
     contracts = (("BTC-USDT", "BTC", "0.0001", "1"), ("ETH-USDT", "ETH", "0.01", "1"))
     routes = [
-        ("GET", SWAP + "/v3/user/balance", "balances"),
+        ("GET", SWAP + "/v3/user/balance", "balance_list"),
         ("GET", SWAP + "/v2/user/balance", "balance"),
         ("GET", SWAP + "/v2/user/positions", "position"),
         ("GET", SWAP + "/v2/trade/order", "order"),
@@ -43,10 +43,12 @@ class Bingx(Exchange):
         "symbol=contract.symbol orderId=#id type='LIMIT' side positionSide=position_side price "
         "origQty=quantity executedQty=filled avgPrice=average commission=-fee status=state "
         "time=created_ms updateTime=updated_ms")
+    shapes = {"balance": lambda row: {"balance": row}, "balance_list": lambda row: [row],
+              "order": lambda row: {"order": row}, "cancel": lambda row: {"order": row}}
     hedged = True
     start_orders = (("BTC-USDT", "0.01", "50000"), ("BTC-USDT", "0.02", "45000"))
-    first_order_id = 1_736_011_869_418_900_001
     time = int
+    balance_list = Exchange.balance
 
     def credential(self, request, part):
         """All but the key are in the query, the signature last."""
@@ -63,15 +65,3 @@ class Bingx(Exchange):
 
     def envelope(self, code, text, data):
         return {"code": code, "msg": text, **({} if data is None else {"data": data})}
-
-    def balances(self, call):
-        return [super().balance(call)]
-
-    def balance(self, call):
-        return {"balance": super().balance(call)}
-
-    def order(self, call):
-        return {"order": super().order(call)}
-
-    def cancel(self, call):
-        return {"order": super().cancel(call)}

@@ -47,12 +47,9 @@ class Bitget(Exchange):
         "size=quantity baseVolume=filled priceAvg=average fee=-fee state cTime=created_ms "
         "uTime=updated_ms")
     done_fields = "orderId=id"
+    shapes = {"balance": lambda row: [row]}
     hedged = True
     start_orders = (("BTCUSDT", "0.01", "50000"), ("BTCUSDT", "0.02", "45000"))
-    first_order_id = 1_265_201_188_318_200_001
 
     def envelope(self, code, text, data):
         return {"code": code, "msg": text, "requestTime": self.now_ms(), "data": data}
-
-    def balance(self, call):
-        return [super().balance(call)]

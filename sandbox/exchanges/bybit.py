@@ -91,8 +91,7 @@ class Bybit(Exchange):
             "Wallet": ["Withdraw"] if call.key.can_withdraw else []}}
 
     def balance(self, call):
-        coins = [self.fields(self.coin_fields, self.account)]
-        return [{**super().balance(call), "coin": coins}]
+        return [{**super().balance(call), "coin": [self.fields(self.coin_fields, self.account)]}]
 
     def order(self, call):
         """By its id, or without one all that are open."""

@@ -40,15 +40,16 @@ class Exchange:
     hedged = False  # whether long and short are held apart
     shows_empty = False  # whether a contract without a position has a row all the same
     orders_have_symbols = True  # whether an order is asked for with its contract
+    cancels_unknown = "unknown_order"  # the reason to refuse the cancelling of no order
+    shapes: dict[str, Callable[[Any], Any]] = {}  # what becomes of an operation's data
     more_keys: dict[str, dict[str, Any]] = {}
     start_orders: tuple = ()  # symbol, quantity and price of buys from before the sandbox starts
-    first_order_id = 1
     time: Callable[[int], Any] = str  # how it writes a time, which we have in milliseconds
 
     def __init__(self, marks: dict[str, Decimal], now_ms: Callable[[], int]) -> None:
         self.now_ms = now_ms
         self.keys = demo_keys(self.name, "passphrase" in self.credentials, self.more_keys)
-        self._ids = itertools.count(self.first_order_id)
+        self._ids = itertools.count(2_519_700_000_000_000_001)
         self.account = Account(self.contracts, marks, now_ms, self.new_order_id, self.hedged)
         for symbol, quantity, price in self.start_orders:
             self.account.place(self.account.contract(symbol), True, Decimal(quantity),
@@ -61,7 +62,9 @@ class Exchange:
             if request.method != "GET" and not key.can_trade:
                 raise Refused("permission")
             call = Call(request, path_names, self.names, self.choices, key)
-            return Response.of_json(self.envelope(*self.ok, getattr(self, operation)(call)))
+            data = getattr(self, operation)(call)
+            data = self.shapes[operation](data) if operation in self.shapes else data
+            return Response.of_json(self.envelope(*self.ok, data))
         except Refused as refused:
             about = refused.detail or self.names.get(refused.reason, refused.reason)
             reasons = (f"{refused.reason} {about}", refused.reason, "invalid")
@@ -89,6 +92,8 @@ class Exchange:
         return self.fields(self.order_fields, self.asked_order(call))
 
     def cancel(self, call: Call) -> Any:
+        if call.text("order") not in self.account.orders:
+            raise Refused(self.cancels_unknown)
         order = self.asked_order(call)
         self.account.cancel(order)
         return self.fields(self.done_fields or self.order_fields, order)

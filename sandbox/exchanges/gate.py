@@ -54,7 +54,6 @@ class Gate(Exchange):
     trade_fields = ("id=#id create_time=time_ms contract=contract.symbol order_id=order.id "
                     "price=order.average fee size=#order.signed")
     orders_have_symbols = False
-    first_order_id = 58_000_001
 
     def sign(self, request, key, time):
         body = hashlib.sha512(request.body).hexdigest()

@@ -1,6 +1,5 @@
 """KuCoin futures, API v1: one-way positions in whole contracts."""
 
-from ..records import Refused
 from .call import base64_mac
 from .exchange import Exchange
 
@@ -17,6 +16,7 @@ class Kucoin(Exchange):
     credentials = {"key": "KC-API-KEY", "sign": "KC-API-SIGN", "time": "KC-API-TIMESTAMP",
                    "passphrase": "KC-API-PASSPHRASE"}
     checks = ("key", "time", "sign", "passphrase")
+    words = {"filled": "done", "cancelled": "done"}
     ok = ("200000", "")
     errors = {
         "not_found": (404, "404000", "Url Not Found"),
@@ -38,12 +38,16 @@ class Kucoin(Exchange):
         "unrealisedPnl=#unrealised realisedPnl=#realised openingTimestamp=opened_ms")
     order_fields = (
         "id symbol=contract.symbol type='limit' side price size=#quantity filledSize=#filled "
-        "avgDealPrice=average createdAt=created_ms updatedAt=updated_ms")
+        "avgDealPrice=average status=state isActive=active createdAt=created_ms "
+        "updatedAt=updated_ms")
+    done_fields = "id"
+    shapes = {"position": lambda rows: rows[0],
+              "cancel": lambda row: {"cancelledOrderIds": [row["id"]]}}
+    cancels_unknown = "order_closed"
     shows_empty = True
     orders_have_symbols = False
     more_keys = {"v3": {"version": "3"}}
     start_orders = (("XBTUSDTM", "10", "50000"), ("XBTUSDTM", "20", "45000"))
-    first_order_id = 245_892_470_114_900_001
     time = int
 
     def passphrase(self, request, key, _time):
@@ -53,19 +57,3 @@ class Kucoin(Exchange):
 
     def envelope(self, code, text, data):
         return {"code": code, "msg": text} if data is None else {"code": code, "data": data}
-
-    def position(self, call):
-        row, = super().position(call)
-        return {**row, "isOpen": row["currentQty"] != 0}
-
-    def order(self, call):
-        state = self.asked_order(call).state
-        return {**super().order(call), "status": "open" if state == "open" else "done",
-                "isActive": state == "open", "cancelExist": state == "cancelled"}
-
-    def cancel(self, call):
-        """An order that it does not know cannot be cancelled either."""
-        if call.text("order") not in self.account.orders:
-            raise Refused("order_closed")
-        super().cancel(call)
-        return {"cancelledOrderIds": [call.text("order")]}

@@ -3,7 +3,6 @@
 from datetime import datetime, timezone
 
 from .. import hosts
-from ..records import Refused
 from .exchange import Exchange
 
 WEEK_MS = 7 * 86_400_000
@@ -78,9 +77,9 @@ class Okx(Exchange):
         "instId=contract.symbol posId=id posSide=side direction=side openAvgPx=entry_price "
         "closeAvgPx=exit_price openMaxPos=largest closeTotalPos=closed pnl=profit fee=-fees "
         "realizedPnl=realised lever=leverage cTime=opened_ms uTime=updated_ms")
+    cancels_unknown = "order_closed"
     hedged = True
     more_keys = {"eea": {"site": hosts.OKX_EEA}, "us": {"site": hosts.OKX_US}}
-    first_order_id = 2_519_700_000_000_000_001
 
     def moment_ms(self, text):
         """Of a time such as 2025-03-07T09:05:03.042Z."""
@@ -105,11 +104,6 @@ class Okx(Exchange):
     def balance(self, call):
         coin = {**self.fields(self.coin_fields, self.account), "uTime": str(self.now_ms())}
         return {"totalEq": coin["eq"], "uTime": coin["uTime"], "details": [coin]}
-
-    def cancel(self, call):
-        if call.text("order") not in self.account.orders:
-            raise Refused("order_closed")
-        return super().cancel(call)
 
     def asked_period(self, call):
         return self.now_ms() - WEEK_MS, self.now_ms(), call.text("symbol", "")
