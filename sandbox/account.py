@@ -19,10 +19,9 @@ FUNDING = (("BTC", 2880, "-0.9000"), ("BTC", 150, "-0.0375"), ("BTC", 90, "0.041
 class Account:
     """Keyed by the exchange's own symbols; `hedged` holds long and short of one apart."""
 
-    def __init__(self, contracts: tuple[tuple[str, ...], ...], marks: dict[str, Decimal],
-                 now_ms: Callable[[], int], new_order_id: Callable[[], str],
-                 hedged: bool) -> None:
-        self.contracts = {symbol: Contract(symbol, coin, Decimal(step), Decimal(unit), marks)
+    def __init__(self, contracts: tuple[tuple[str, ...], ...], now_ms: Callable[[], int],
+                 new_order_id: Callable[[], str], hedged: bool) -> None:
+        self.contracts = {symbol: Contract(symbol, coin, Decimal(step), Decimal(unit), MARKS[coin])
                           for symbol, coin, step, unit in contracts}
         self.hedged, self._now_ms, self._new_order_id = hedged, now_ms, new_order_id
         self._ids = itertools.count(700_000_001)
@@ -60,7 +59,7 @@ class Account:
 
     @property
     def order_margin(self) -> Decimal:
-        return sum(map(self._margin, self.open_orders()), NOTHING)
+        return sum((self._margin(order) for order in self.open_orders()), NOTHING)
 
     @property
     def available(self) -> Decimal:
@@ -118,8 +117,10 @@ class Account:
         self._fill(order, order.price)
         return order
 
-    def match(self) -> None:
-        """Fills what the mark prices have crossed."""
+    def set_mark(self, coin: str, price: Decimal) -> None:
+        """Fills the orders that it crosses."""
+        for contract in self.contracts.values():
+            contract.mark = price if contract.coin == coin else contract.mark
         for order in self.open_orders():
             self._match(order)
 

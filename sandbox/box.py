@@ -7,6 +7,7 @@ import subprocess
 import sys
 import tempfile
 from collections.abc import Sequence
+from contextlib import ExitStack
 from functools import cached_property
 from typing import Any
 
@@ -31,28 +32,24 @@ class Sandbox(World):
     def __init__(self, path: Sequence[str] = ()) -> None:
         super().__init__()
         self._path = [os.path.abspath(directory) for directory in path]
-        self._closers = []
         self.home = ""
         self.env: dict[str, str] = {}
 
     def __enter__(self) -> "Sandbox":
-        self._folder = os.path.realpath(tempfile.mkdtemp(prefix="morvane-sandbox-"))
-        self._closers = [lambda: shutil.rmtree(self._folder, ignore_errors=True)]
-        try:
+        with ExitStack() as stack:
+            self._folder = os.path.realpath(tempfile.mkdtemp(prefix="morvane-sandbox-"))
+            stack.callback(shutil.rmtree, self._folder, ignore_errors=True)
             self.home = self._new_folder("home")
-            self._closers.append(MacKeychain(self.home, hosts.BY_EXCHANGE).close)
+            stack.callback(MacKeychain(self.home, hosts.BY_EXCHANGE).close)
             self._known = Certificate(self._new_folder("certificate"), hosts.BY_SCHEME["https"])
             self._proxy = Proxy(self, self._certificate)
-            self._closers.append(self._proxy.close)
+            stack.callback(self._proxy.close)
             self.env = self._environment()
-        except BaseException:
-            self.__exit__()
-            raise
+            self._stack = stack.pop_all()
         return self
 
     def __exit__(self, *_: object) -> None:
-        while self._closers:
-            self._closers.pop()()
+        self._stack.close()
 
     def run(self, argv: Sequence[str], **options: Any) -> "subprocess.CompletedProcess[Any]":
         """Runs a command inside; its output comes as text, byte for byte, unless text=False.

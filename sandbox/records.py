@@ -23,11 +23,7 @@ class Contract:
     coin: str
     step: Decimal
     unit: Decimal
-    marks: dict[str, Decimal]
-
-    @property
-    def mark(self) -> Decimal:
-        return self.marks[self.coin]
+    mark: Decimal
 
 
 @dataclass

@@ -1,22 +1,12 @@
 """The platform's relay: binds connectors to wallets, by wallet or by one-time token."""
 
 import json
-from dataclasses import asdict, dataclass
-from typing import Any
 
 from .http_message import Request, Response
 
 BIND_TOKEN = "demo-bind-token"
 WALLET = "0x52908400098527886E0F7030069857D2E4169EE7"
-
-
-@dataclass
-class Binding:
-    """`bindState` is pending_signature until the wallet's owner signs, then authorized."""
-
-    connectorId: str
-    wallet: str
-    bindState: str = "pending_signature"
+Members = dict[str, str]
 
 
 class Relay:
@@ -25,7 +15,7 @@ class Relay:
     def __init__(self) -> None:
         self.tokens = {BIND_TOKEN: WALLET}  # the wallet that each was shown to
         self.spent: dict[str, str] = {}  # the connector that claimed each
-        self.bindings: dict[str, Binding] = {}
+        self.bindings: dict[str, Members] = {}  # by connector: pending_signature, authorized
         self.script: dict[str, bytes] = {}
         self._routes = {"GET /api/security/config": self._configuration,
                         "POST /api/connector/bind": self._bind,
@@ -35,49 +25,51 @@ class Relay:
     def handle(self, request: Request) -> Response:
         route = self._routes.get(f"{request.method} {request.path}")
         if route is None:
-            return Response.of_json({"status": "error", "reason": "not_found"}, 404)
+            return Response.of_json(_error("not_found"), 404)
         scripted = self.script.get(request.path.rpartition("/")[2])
-        return Response.of_json(route(request)) if scripted is None else Response(200, scripted)
+        if scripted is not None:
+            return Response(200, scripted)
+        try:
+            sent = json.loads(request.body) if request.body else request.parameters
+            return Response.of_json(route(sent, request.header("x-morvane-wallet")))
+        except (ValueError, LookupError, TypeError):
+            return Response.of_json(_error("invalid_request"), 400)
 
     def authorize(self) -> int:
         """The wallets' owners sign; returns how many bindings that changed."""
-        waiting = [one for one in self.bindings.values() if one.bindState != "authorized"]
+        waiting = [one for one in self.bindings.values() if one["bindState"] != "authorized"]
         for binding in waiting:
-            binding.bindState = "authorized"
+            binding["bindState"] = "authorized"
         return len(waiting)
 
-    def _configuration(self, _request: Request) -> Any:
+    def _configuration(self, _sent, _wallet) -> Members:
         return {"status": "ok", "relay": "sandbox", "minConnectorVersion": "0.1.0"}
 
-    def _bind(self, request: Request) -> Any:
-        return self._begin(_member(request, "connectorId"), _member(request, "wallet"))
+    def _bind(self, sent: Members, _wallet) -> Members:
+        return self._begin(sent["connectorId"], sent["wallet"])
 
-    def _claim_token(self, request: Request) -> Any:
-        token, connector = _member(request, "token"), _member(request, "connectorId")
-        if token not in self.tokens:
-            return {"status": "error", "reason": "token_invalid"}
-        if self.spent.setdefault(token, connector) != connector:
-            return {"status": "error", "reason": "token_spent"}
-        return self._begin(connector, self.tokens[token])
+    def _claim_token(self, sent: Members, _wallet) -> Members:
+        if sent["token"] not in self.tokens:
+            return _error("token_invalid")
+        if self.spent.setdefault(sent["token"], sent["connectorId"]) != sent["connectorId"]:
+            return _error("token_spent")
+        return self._begin(sent["connectorId"], self.tokens[sent["token"]])
 
-    def _bind_status(self, request: Request) -> Any:
-        binding = self.bindings.get(request.parameters.get("connectorId", ""))
-        if binding is None or request.header("x-morvane-wallet") != binding.wallet:
-            return {"status": "error", "reason": "session_missing"}
-        return {"status": "ok", **asdict(binding)}
+    def _bind_status(self, sent: Members, wallet) -> Members:
+        binding = self.bindings.get(sent["connectorId"])
+        if binding is None or wallet != binding["wallet"]:
+            return _error("session_missing")
+        return {"status": "ok", **binding}
 
-    def _begin(self, connector: str, wallet: str) -> Any:
+    def _begin(self, connector: str, wallet: str) -> Members:
         """The connector's binding to that wallet, a new one unless it is there already."""
         binding = self.bindings.get(connector)
-        if binding is None or binding.wallet != wallet:
-            binding = self.bindings[connector] = Binding(connector, wallet)
-        state = binding.bindState
-        return {"status": "ok" if state == "authorized" else state, **asdict(binding)}
+        if binding is None or binding["wallet"] != wallet:
+            binding = self.bindings[connector] = {
+                "connectorId": connector, "wallet": wallet, "bindState": "pending_signature"}
+        state = binding["bindState"]
+        return {"status": "ok" if state == "authorized" else state, **binding}
 
 
-def _member(request: Request, name: str) -> str:
-    """A text of the JSON body; empty when there is none."""
-    try:
-        return str(json.loads(request.body)[name])
-    except (ValueError, LookupError, TypeError):
-        return ""
+def _error(reason: str) -> Members:
+    return {"status": "error", "reason": reason}

@@ -16,11 +16,10 @@ from .keys import ApiKey
 from .records import Order, Refused
 from .relay import Relay
 
-SWITCHES = b"""\
+SWITCHES = """\
 /fill/EXCHANGE/ORDER_ID   somebody takes an open order, at its own price
 /mark/COIN/PRICE          a mark price moves (BTC, ETH); orders that it crosses are filled
-/authorize                the wallet's owner signs
-"""
+/authorize                the wallet's owner signs"""
 
 
 class World:
@@ -38,8 +37,7 @@ class World:
             self.refused: list[str] = []  # hosts asked for that are not of this world
             self.faults: list[Fault] = []
             self.relay, self.downloads = Relay(), Downloads()
-            self._marks = dict(MARKS)
-            self._exchanges = {kind.name: kind(self._marks, self._now_ms) for kind in EXCHANGES}
+            self._exchanges = {kind.name: kind(self._now_ms) for kind in EXCHANGES}
 
     def keys(self, exchange: str) -> list[ApiKey]:
         """The keys that the exchange knows; append to it."""
@@ -64,34 +62,37 @@ class World:
             fault = take_fault(self.faults, request.host, request.target)
             if fault and (fault.response or fault.unheard):
                 return fault.response or Response(), fault
-            return self._answer(request), fault
+            services = {hosts.RELAY: self.relay.handle, hosts.DOWNLOAD: self.downloads.handle,
+                        hosts.CONTROL: self._control}
+            for name, exchange in self._exchanges.items():
+                services.update(dict.fromkeys(hosts.BY_EXCHANGE[name], exchange.handle))
+            return services[request.host](request), fault
 
-    def _answer(self, request: Request) -> Response:
-        if request.host == hosts.CONTROL:
-            return self._control(request.path)
-        if request.host in (hosts.RELAY, hosts.DOWNLOAD):
-            return (self.relay if request.host == hosts.RELAY else self.downloads).handle(request)
-        name = next(name for name, names in hosts.BY_EXCHANGE.items() if request.host in names)
-        return self._exchanges[name].handle(request)
-
-    def _control(self, path: str) -> Response:
+    def _control(self, request: Request) -> Response:
         """The sandbox's own switches; each answers with a line about what it did."""
-        _, switch, *words = path.split("/")
-        text = ""
-        if switch == "authorize":
-            text = f"{self.relay.authorize()} bindings"
-        if switch == "fill" and len(words) == 2 and words[0] in self._exchanges:
-            try:
-                text = "{0.state} {0.id}".format(self.fill(*words))
-            except Refused as refused:
-                text = refused.reason
-        if switch == "mark" and re.fullmatch(r"(BTC|ETH)/[0-9]+(\.[0-9]+)?", "/".join(words)):
-            self._marks[words[0]] = Decimal(words[1])
-            for exchange in self._exchanges.values():
-                exchange.account.match()
-            text = " ".join(words)
-        return Response(200 if text else 404, text.encode() + b"\n" if text else SWITCHES,
-                        "text/plain; charset=utf-8")
+        switch, *words = request.path.strip("/").split("/")
+        switches = {"authorize": self._authorize, "fill": self._fill, "mark": self._mark}
+        try:
+            text = switches[switch](*words)
+        except (KeyError, TypeError):
+            return Response(404, SWITCHES.encode() + b"\n", "text/plain")
+        except Refused as refused:
+            text = refused.reason
+        return Response(200, text.encode() + b"\n", "text/plain")
+
+    def _authorize(self) -> str:
+        return f"{self.relay.authorize()} bindings"
+
+    def _fill(self, exchange: str, order_id: str) -> str:
+        order = self.fill(exchange, order_id)
+        return f"{order.state} {order.id}"
+
+    def _mark(self, coin: str, price: str) -> str:
+        if coin not in MARKS or not re.fullmatch(r"[0-9]+(\.[0-9]+)?", price):
+            raise KeyError(coin, price)
+        for exchange in self._exchanges.values():
+            exchange.account.set_mark(coin, Decimal(price))
+        return f"{coin} {price}"
 
     def _now_ms(self) -> int:
         return time.time_ns() // 1_000_000 + self.clock_offset_ms

@@ -32,7 +32,9 @@ class Bitget(Exchange):
         "bad_body": (400, "40017", "Parameter verification failed"),
         "missing": (400, "40019", "Parameter {} cannot be empty"),
         "invalid": (400, "40034", "Parameter {} does not exist"),
-        "unknown_order": (400, "40768", "Order does not exist"),
+        "unknown_order": (400, "40109", "The data of the order cannot be found, please confirm the "
+                                        "order number"),
+        "nothing_to_cancel": (400, "40768", "Order does not exist"),
         "order_closed": (400, "22001", "No order to cancel"),
     }
     balance_fields = ("marginCoin='USDT' accountEquity=equity available locked=order_margin "
@@ -48,6 +50,7 @@ class Bitget(Exchange):
         "uTime=updated_ms")
     done_fields = "orderId=id"
     shapes = {"balance": lambda row: [row]}
+    cancels_unknown = "nothing_to_cancel"
     hedged = True
     start_orders = (("BTCUSDT", "0.01", "50000"), ("BTCUSDT", "0.02", "45000"))
 

@@ -46,11 +46,11 @@ class Exchange:
     start_orders: tuple = ()  # symbol, quantity and price of buys from before the sandbox starts
     time: Callable[[int], Any] = str  # how it writes a time, which we have in milliseconds
 
-    def __init__(self, marks: dict[str, Decimal], now_ms: Callable[[], int]) -> None:
+    def __init__(self, now_ms: Callable[[], int]) -> None:
         self.now_ms = now_ms
         self.keys = demo_keys(self.name, "passphrase" in self.credentials, self.more_keys)
         self._ids = itertools.count(2_519_700_000_000_000_001)
-        self.account = Account(self.contracts, marks, now_ms, self.new_order_id, self.hedged)
+        self.account = Account(self.contracts, now_ms, self.new_order_id, self.hedged)
         for symbol, quantity, price in self.start_orders:
             self.account.place(self.account.contract(symbol), True, Decimal(quantity),
                                Decimal(price), side="long" if self.hedged else "")
