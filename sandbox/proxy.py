@@ -3,7 +3,8 @@
 import ssl
 import sys
 import threading
-from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
+from http.server import BaseHTTPRequestHandler
+from socketserver import ThreadingTCPServer
 from typing import Callable
 from urllib.parse import urlsplit
 
@@ -12,9 +13,10 @@ from .http_message import Request, Response, wire_text
 from .world import World
 
 
-class Proxy(ThreadingHTTPServer):
+class Proxy(ThreadingTCPServer):
     """Serves `world` on a free loopback port until `close`."""
 
+    allow_reuse_address = daemon_threads = True
     block_on_close = False
     request_queue_size = 128
 

@@ -180,10 +180,10 @@ def count_processes(box: Sandbox) -> None:
 
 def measure_large_answers(box: Sandbox) -> None:
     command = [BINARY, "balance", "bybit"]
-    box.faults[:] = [Fault.json_of_size(hosts.BYBIT, 1)]
+    box.faults[:] = [Fault.answer(hosts.BYBIT, 200, b"x")]
     floor = peak_memory(box, command)
     for size in (1 << 10, 1 << 20, 16 << 20, 64 << 20):
-        box.faults[:] = [Fault.json_of_size(hosts.BYBIT, size)]
+        box.faults[:] = [Fault.answer(hosts.BYBIT, 200, b"x" * size)]
         medians = race({"ours": runner(box, command),
                         "curl": runner(box, ["curl", "-sS", "https://api.bybit.com/"])}, 5)
         # The measuring process weighs some megabytes itself and hides what is smaller.

@@ -70,6 +70,7 @@ class Bybit(Exchange):
         "symbol=contract.symbol orderId=order.id side=order.side closedSize=closed "
         "avgEntryPrice=entry_price avgExitPrice=order.average openFee=open_fee "
         "closeFee=close_fee closedPnl=realised updatedTime=time_ms")
+    page_size = 50
     shows_empty = True
     more_keys = {"read": {"can_trade": False}, "withdraw": {"can_withdraw": True}}
 

@@ -42,9 +42,9 @@ class Call:
     def flag(self, word: str) -> bool:
         return self._values.get(self._names.get(word, word)) is True
 
-    def page(self, rows: list[Any]) -> list[Any]:
+    def page(self, rows: list[Any], most: int) -> list[Any]:
         """The newest of them first, as many as the limit says."""
-        return rows[::-1][:int(self.number("limit", "100"))]
+        return rows[::-1][:min(int(self.number("limit", str(most))), most)]
 
 
 def mac(algorithm: str, secret: str, *pieces: Union[str, bytes]) -> bytes:

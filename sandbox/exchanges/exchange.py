@@ -37,6 +37,7 @@ class Exchange:
     errors: dict[str, tuple[int, Any, str]] = {}
     balance_fields = position_fields = order_fields = done_fields = leverage_fields = ""
     ledger_fields = closing_fields = ""
+    page_size = 100
     hedged = False  # whether long and short are held apart
     shows_empty = False  # whether a contract without a position has a row all the same
     orders_have_symbols = True  # whether an order is asked for with its contract
@@ -116,12 +117,13 @@ class Exchange:
         return call.page([row for entry in self.account.ledger
                           if since <= entry.time_ms <= until
                           and symbol in ("", entry.contract.symbol)
-                          for row in self.ledger_rows(entry) if kind in ("", row["type"])])
+                          for row in self.ledger_rows(entry) if kind in ("", row["type"])],
+                         self.page_size)
 
     def closings(self, call: Call) -> Any:
         contract = self.account.contract(call.text("symbol"))
         return call.page(self.closing_rows([entry for entry in self.account.ledger if entry.order
-                                            and entry.contract is contract]))
+                                            and entry.contract is contract]), self.page_size)
 
     # What they are made of, as it usually is.
 

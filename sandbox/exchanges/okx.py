@@ -94,7 +94,8 @@ class Okx(Exchange):
         if code.startswith("501"):
             return {"msg": text, "code": code}
         if code in ORDER_ERRORS:
-            code, text, data = "1", "All operations failed", {"sCode": code, "sMsg": text}
+            data = {"ordId": "", "sCode": code, "sMsg": text}
+            code, text = "1", "All operations failed"
         return {"code": code, "data": data if isinstance(data, list) else [data], "msg": text}
 
     def key(self, call):
