@@ -15,9 +15,9 @@ if(MORVANE_RELEASE)
   target_compile_options(build_flags INTERFACE
     -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2
     "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=." "-ffile-prefix-map=${PROJECT_BINARY_DIR}=.")
-  if(APPLE)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "AppleClang")
     target_link_options(build_flags INTERFACE -Wl,-S -Wl,-x)
-  else()
+  elseif(NOT APPLE)
     # Start-up is mostly dynamic linking; a static program has none.
     target_link_options(build_flags INTERFACE
       -static-pie -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -s)
