@@ -1,26 +1,20 @@
 #!/bin/sh
-# Builds the release binary for both kinds of Mac and checks that each is a Mach-O executable that
-# needs nothing but system libraries. A check of portability only; releases are built on a Mac.
+# Builds the release binary for both kinds of Mac, joins the two in an app as a release ships it,
+# and checks that app. A check of portability only: releases are built on a Mac.
 set -eu
 
 tools/node_tools.sh
+tools/build.sh macos-arm64
+tools/build.sh macos-x86_64
 
-inspect() {
-  binary=build/macos-$1/morvane-connector
-  header=$(llvm-objdump --macho --private-header "$binary" | tail -n 1)
-  libraries=$(llvm-objdump --macho --dylibs-used "$binary" | tail -n +2)
-  case $header in
-    *MH_MAGIC_64*EXECUTE*) ;;
-    *) echo "$binary is no Mach-O executable: $header" >&2 && return 1 ;;
-  esac
-  if printf '%s\n' "$libraries" | grep -v '^[[:space:]]*\(/usr/lib/\|/System/Library/\)'; then
-    echo "$binary needs more than system libraries (above)." >&2
-    return 1
-  fi
-  printf '%s: Mach-O executable, needs%s\n' "$1" "$(printf '%s\n' "$libraries" | awk '{printf " %s", $1}')"
+rm -rf build/macos
+cmake --install build/macos-arm64 --component app --prefix build/macos >build/macos.log 2>&1 || {
+  cat build/macos.log >&2
+  exit 1
 }
-
-for arch in arm64 x86_64; do
-  tools/build.sh "macos-$arch"
-  inspect "$arch"
-done
+app='build/macos/Morvane Connector.app'
+# Debian links this tool under a name with its release only.
+"$(llvm-config --bindir)/llvm-lipo" -create -output "$app/Contents/MacOS/morvane-connector" \
+  build/macos-arm64/morvane-connector build/macos-x86_64/morvane-connector
+python3 packaging/check_app.py "$app" \
+  "$(sed -n 's/^CMAKE_PROJECT_VERSION:[^=]*=//p' build/macos-arm64/CMakeCache.txt)"

@@ -3,7 +3,7 @@
 import re
 import stat
 
-from tests.packaging.helpers import PACKAGING, ROOT, Folder, need
+from tests.packaging.helpers import PACKAGING, Folder, need
 
 PAGE = PACKAGING / "morvane-connector.1.in"
 FILES = {
@@ -24,14 +24,18 @@ class Install(Folder):
         done = self.run_tool(self.cached["CMAKE_COMMAND"], "--install", self.binary.parent,
                              "--prefix", self.prefix)
         self.assertEqual(done.returncode, 0, done.stderr)
+        self.notice = done.stderr
 
     def test_exactly_these_files_are_installed(self):
-        documents = {f"share/doc/morvane-connector/{name}"
-                     for name in ("README.md", "CHANGELOG.md", "LICENSE") if (ROOT / name).exists()}
         modes = {str(path.relative_to(self.prefix)): stat.S_IMODE(path.stat().st_mode)
                  for path in self.prefix.rglob("*") if not path.is_dir()}
         self.assertEqual(modes, {name: 0o755 if name.startswith("bin/") else 0o644
-                                 for name in FILES | documents})
+                                 for name in FILES})
+
+    def test_an_installation_without_hosts_says_so(self):
+        hosts = self.cached["MORVANE_RELAY_URL"], self.cached["MORVANE_DOWNLOAD_URL"]
+        unconfigured = any(host.endswith(".example") for host in hosts)
+        self.assertEqual("not given both of its hosts" in self.notice, unconfigured)
 
     def test_the_installed_program_runs(self):
         done = self.run_tool(self.prefix / "bin" / "morvane-connector", "status")
