@@ -23,15 +23,13 @@ if version_14 clang-format; then
 fi
 
 step "Shell scripts"
-shellcheck dev .ci/run tools/*.sh packaging/write_manifest
+find dev .ci/run tools packaging examples -type f -print0 2>/dev/null |
+  xargs -0 grep -l --null '^#!/bin/.*sh$' | xargs -0 shellcheck
 
 step "Python"
-if command -v pyflakes3 >/dev/null; then
-  pyflakes3 sandbox tests tools src/exchanges/probes
-else
-  find sandbox tests tools src -name '*.py' -print0 |
-    xargs -0 python3 -c 'import ast, sys; [ast.parse(open(name).read()) for name in sys.argv[1:]]'
-fi
+set -- python3 -c 'import ast, sys; [ast.parse(open(name).read()) for name in sys.argv[1:]]'
+! command -v pyflakes3 >/dev/null || set -- pyflakes3
+find sandbox tests tools packaging src examples -name '*.py' -print0 2>/dev/null | xargs -0 "$@"
 
 step "Workflows"
 tools/node_tools.sh
@@ -68,7 +66,7 @@ if ! $mac; then
   done
   step "Two release builds"
   tools/reproducible.sh
-  step "Both kinds of Mac"
+  step "The app, for both kinds of Mac"
   tools/cross_compile.sh
   step "Fuzzing, briefly"
   tools/fuzz.sh 5
