@@ -1,6 +1,6 @@
 #!/bin/sh
 # install.sh GROUP... : installs what a group of tasks needs and this machine lacks, with apt or
-# Homebrew, and says what. Prints nothing when nothing is missing.
+# Homebrew, and names each package as it does. Prints nothing when nothing is missing.
 set -eu
 
 debian=''
@@ -27,6 +27,21 @@ need_clang_runtime() {
   [ -e "$1" ] || debian="$debian libclang-rt-dev"
 }
 
+# A busybox whose shell finds its tools along the PATH. That of busybox-static, which this one
+# replaces, prefers those inside itself, and no test that puts a tool on the PATH would be one.
+need_busybox() {
+  case "$(busybox sh -c 'command -v cat' 2>/dev/null)" in
+    /*) ;;
+    *) debian="$debian busybox" ;;
+  esac
+}
+
+# The authorities that npm trusts.
+need_certificates() {
+  [ -e /etc/ssl/certs/ca-certificates.crt ] || [ -e /etc/ssl/certs/ca-bundle.crt ] ||
+    debian="$debian ca-certificates"
+}
+
 for group in "$@"; do
   case "$group" in
     build)
@@ -41,8 +56,11 @@ for group in "$@"; do
     test)
       need_googletest
       ;;
-    check)
+    fuzz)
       need clang++ clang -
+      need_clang_runtime
+      ;;
+    check)
       need clang-format clang-format -
       need clang-tidy clang-tidy -
       need shellcheck shellcheck shellcheck
@@ -50,15 +68,43 @@ for group in "$@"; do
       need mandoc mandoc -
       need zsh zsh -
       need fish fish fish
-      need busybox busybox-static -
+      need_busybox
       need gcovr gcovr -
       need llvm-objdump llvm -
-      need_clang_runtime
       need npm npm node
+      need_certificates
       ;;
   esac
 done
 
+# install_each INSTALLER PACKAGE... : one after the other, each named before it is installed. What
+# the INSTALLER prints is shown only when it fails.
+install_each() {
+  installer=$1
+  shift
+  echo "Installing with $installer; this can take some minutes:"
+  for package in "$@"; do
+    echo "  $package"
+    "install_with_$installer" "$package" >build/install.log 2>&1 || {
+      cat build/install.log >&2
+      echo "$package could not be installed." >&2
+      exit 1
+    }
+  done
+}
+
+install_with_brew() { brew install --quiet "$1"; }
+
+install_with_apt() { apt_get install -y --no-install-recommends "$1"; }
+
+apt_get() {
+  sudo=''
+  [ "$(id -u)" = 0 ] || sudo=sudo
+  $sudo env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=300 "$@"
+}
+
+mkdir -p build
+# shellcheck disable=SC2086
 case "$(uname)" in
   Darwin)
     if ! xcode-select -p >/dev/null 2>&1; then
@@ -70,9 +116,7 @@ case "$(uname)" in
       echo "Missing:$brew. Install Homebrew (https://brew.sh) and run this again." >&2
       exit 1
     fi
-    echo "Installing with brew:$brew"
-    # shellcheck disable=SC2086
-    brew install --quiet $brew
+    install_each brew $brew
     ;;
   *)
     [ -n "$debian" ] || exit 0
@@ -80,12 +124,8 @@ case "$(uname)" in
       echo "Missing:$debian (Debian's names). Install them with your system's packages." >&2
       exit 1
     fi
-    sudo=''
-    [ "$(id -u)" = 0 ] || sudo=sudo
-    echo "Installing with apt:$debian"
-    export DEBIAN_FRONTEND=noninteractive
-    $sudo apt-get -o DPkg::Lock::Timeout=300 update -qq
-    # shellcheck disable=SC2086
-    $sudo apt-get -o DPkg::Lock::Timeout=300 install -y -qq --no-install-recommends $debian >/dev/null
+    echo "Reading apt's lists of packages"
+    apt_get update -qq
+    install_each apt $debian
     ;;
 esac
