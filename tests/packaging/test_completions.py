@@ -6,9 +6,9 @@ import subprocess
 import threading
 from pathlib import Path
 
-from tests.packaging.helpers import PACKAGING, Folder, need
+from tests.packaging.helpers import Folder, need
 
-COMPLETIONS = PACKAGING / "completions"
+COMPLETIONS = Path(os.environ["MORVANE_CONNECTOR"]).parent / "packaging" / "completions"
 NAME = "morvane-connector"
 TRADING = ["bybit", "okx", "gate"]
 READING = TRADING + ["bingx", "kucoin", "bitget"]
