@@ -15,7 +15,7 @@ sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
 from sandbox import Fault, Sandbox, hosts  # noqa: E402
 
-BINARY = os.path.abspath("build/release/morvane-connector")
+BINARY = os.path.abspath("build/demo/morvane-connector")
 ROUNDS = 60
 
 # What each command runs, as an sh script of the same tools with the same arguments and nothing
