@@ -124,7 +124,7 @@ def okx_probe() -> str:
     """The probe as the connector composes it."""
     imports, bodies = [], []
     for name in ("answer.py", "okx.py"):
-        with open("src/exchanges/probes/" + name, encoding="utf-8") as probe:
+        with open("src/exchanges/adapters/" + name, encoding="utf-8") as probe:
             head, body = probe.read().split("\n# The probe:\n")
         imports += [line for line in head.splitlines() if line.startswith("import ")]
         bodies.append(body)
@@ -180,17 +180,22 @@ def count_processes(box: Sandbox) -> None:
 
 def measure_large_answers(box: Sandbox) -> None:
     command = [BINARY, "balance", "bybit"]
-    box.faults[:] = [Fault.answer(hosts.BYBIT, 200, b"x")]
+    box.faults[:] = [answer_of_size(1)]
     floor = peak_memory(box, command)
     for size in (1 << 10, 1 << 20, 16 << 20, 64 << 20):
-        box.faults[:] = [Fault.answer(hosts.BYBIT, 200, b"x" * size)]
+        box.faults[:] = [answer_of_size(size)]
         medians = race({"ours": runner(box, command),
                         "curl": runner(box, ["curl", "-sS", "https://api.bybit.com/"])}, 5)
         # The measuring process weighs some megabytes itself and hides what is smaller.
         peak = f"{peak_memory(box, command) / size:.2f}x the answer" if size > floor else "-"
-        print(f"  {size >> 10:6} KiB   time {medians['ours'] / medians['curl']:5.2f}x of curl alone "
+        ratio = medians["ours"] / medians["curl"]
+        print(f"  {size >> 10:6} KiB   time {ratio:5.2f}x of curl alone "
               f"({medians['ours'] * 1000:.0f} ms here)   peak {peak}")
     box.faults.clear()
+
+
+def answer_of_size(size: int) -> Fault:
+    return Fault.answer(hosts.BYBIT, body=b'{"filling":"%s"}' % (b"x" * size))
 
 
 def peak_memory(box: Sandbox, command: Sequence[str]) -> int:
