@@ -70,7 +70,7 @@ for group in "$@"; do
       need fish fish fish
       need_busybox
       need gcovr gcovr -
-      need llvm-objdump llvm -
+      need llvm-ar llvm -
       need npm npm node
       need_certificates
       ;;
