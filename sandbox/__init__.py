@@ -2,6 +2,6 @@
 
 from . import hosts
 from .box import Sandbox
-from .faults import Fault
+from .http_message import Fault
 
 __all__ = ["Fault", "Sandbox", "hosts"]

@@ -1,14 +1,13 @@
-"""One exchange's account: its money, leverage, orders and positions, and what was booked."""
+"""One exchange's account: its money, orders and positions, and what was booked."""
 
-import itertools
+import time
 from collections.abc import Callable
+from dataclasses import dataclass
 from decimal import Decimal
+from typing import Optional
 
-from .records import NOTHING, Contract, Entry, Order, Position, Refused
-
+NOTHING = Decimal(0)
 START_WALLET = Decimal(10000)
-START_LEVERAGE = Decimal(10)
-MAX_LEVERAGE = Decimal(100)
 FEE_RATE = Decimal("0.0005")
 MARKS = {"BTC": Decimal(50000), "ETH": Decimal(2500)}
 FUNDING = (("BTC", 2880, "-0.9000"), ("BTC", 150, "-0.0375"), ("BTC", 90, "0.0410"),
@@ -16,65 +15,173 @@ FUNDING = (("BTC", 2880, "-0.9000"), ("BTC", 150, "-0.0375"), ("BTC", 90, "0.041
 """Coin, age in minutes when the sandbox starts, and the amount booked; oldest first."""
 
 
-class Account:
-    """Keyed by the exchange's own symbols; `hedged` holds long and short of one apart."""
+class Refused(Exception):
+    """Why the answer is no. Every exchange has a code and a text of its own for each reason."""
 
-    def __init__(self, contracts: tuple[tuple[str, ...], ...], now_ms: Callable[[], int],
-                 new_order_id: Callable[[], str], hedged: bool) -> None:
+    def __init__(self, reason: str, detail: str = "") -> None:
+        super().__init__(reason, detail)
+        self.reason, self.detail = reason, detail
+
+
+@dataclass
+class Contract:
+    """A linear perpetual; quantities of it are whole multiples of `step`, each of `unit` coins."""
+
+    symbol: str
+    coin: str
+    step: Decimal
+    unit: Decimal
+    mark: Decimal
+
+
+@dataclass
+class Order:
+    id: str
+    contract: Contract
+    buy: bool
+    quantity: Decimal
+    price: Decimal
+    leverage: Decimal
+    closes: bool  # and never opens
+    position_side: str  # long or short where both can be held at once, else empty
+    created_ms: int
+    updated_ms: int
+    state: str = "open"  # or filled, cancelled
+    filled: Decimal = NOTHING
+    average: Decimal = NOTHING
+    fee: Decimal = NOTHING
+
+    @property
+    def side(self) -> str:
+        return "buy" if self.buy else "sell"
+
+    @property
+    def signed(self) -> Decimal:
+        """Below zero when it sells."""
+        return self.quantity if self.buy else -self.quantity
+
+    @property
+    def margin(self) -> Decimal:
+        value = self.quantity * self.contract.unit * self.price
+        return NOTHING if self.closes else value / self.leverage
+
+
+@dataclass
+class Position:
+    """`quantity` is above zero for a long, below for a short, and zero when nothing is held."""
+
+    contract: Contract
+    position_side: str
+    leverage: Decimal = Decimal(10)
+    opened_ms: int = 0
+    updated_ms: int = 0
+    quantity: Decimal = NOTHING
+    entry_price: Decimal = NOTHING
+    realised: Decimal = NOTHING  # what closing some of it brought, less all fees for it
+    open_fee: Decimal = NOTHING  # what opening the part still held has cost
+
+    @property
+    def size(self) -> Decimal:
+        return abs(self.quantity)
+
+    @property
+    def side(self) -> str:
+        one_way = "long" if self.quantity > 0 else "short" if self.quantity else ""
+        return self.position_side or one_way
+
+    @property
+    def margin(self) -> Decimal:
+        return self.size * self.contract.unit * self.entry_price / self.leverage
+
+    @property
+    def unrealised(self) -> Decimal:
+        return self.quantity * self.contract.unit * (self.contract.mark - self.entry_price)
+
+
+@dataclass
+class Entry:
+    """One booking: funding, or what an order opened or closed when it was filled."""
+
+    time_ms: int
+    contract: Contract
+    profit: Decimal  # or the funding
+    fee: Decimal = NOTHING
+    order: Optional[Order] = None
+    quantity: Decimal = NOTHING
+    closes: bool = False
+    entry_price: Decimal = NOTHING  # of the position that it closes
+    open_fee: Decimal = NOTHING  # what opening the closed part has cost
+    balance: Decimal = NOTHING  # the wallet after it
+
+    @property
+    def kind(self) -> str:
+        return "trade" if self.order else "funding"
+
+    @property
+    def change(self) -> Decimal:
+        return self.profit - self.fee
+
+    @property
+    def fees(self) -> Decimal:
+        return self.open_fee + self.fee
+
+    @property
+    def realised(self) -> Decimal:
+        return self.profit - self.fees
+
+    @property
+    def signed(self) -> Decimal:
+        return self.quantity if self.order.buy else -self.quantity
+
+
+class Account:
+    """Keyed by the exchange's own symbols."""
+
+    def __init__(self, contracts: tuple[tuple[str, ...], ...],
+                 new_order_id: Callable[[], str]) -> None:
         self.contracts = {symbol: Contract(symbol, coin, Decimal(step), Decimal(unit), MARKS[coin])
                           for symbol, coin, step, unit in contracts}
-        self.hedged, self._now_ms, self._new_order_id = hedged, now_ms, new_order_id
-        self._ids = itertools.count(700_000_001)
-        self.leverages: dict[tuple[str, str], Decimal] = {}
+        self._new_order_id = new_order_id
         self.orders: dict[str, Order] = {}
-        self.positions: dict[tuple[str, str], Position] = {}
+        self.positions: dict[tuple[str, str], Position] = {}  # of nothing, too
         self.ledger: list[Entry] = []
         self.start = self.balance = START_WALLET - sum(Decimal(row[2]) for row in FUNDING)
         by_coin = {contract.coin: contract for contract in self.contracts.values()}
         for coin, minutes, amount in FUNDING:
-            self._book(by_coin[coin], now_ms() - minutes * 60_000, funding=Decimal(amount))
+            self._book(Entry(now_ms() - minutes * 60_000, by_coin[coin], Decimal(amount)))
 
     def contract(self, symbol: str) -> Contract:
         if symbol not in self.contracts:
             raise Refused("symbol")
         return self.contracts[symbol]
 
-    def leverage(self, symbol: str, side: str = "") -> Decimal:
-        return self.leverages.get((symbol, side), START_LEVERAGE)
-
-    def set_leverage(self, symbol: str, leverage: Decimal, side: str = "") -> None:
-        if not 1 <= leverage <= MAX_LEVERAGE:
-            raise Refused("leverage")
-        self.leverages[symbol, side] = leverage
-        self.position(self.contracts[symbol], side).leverage = leverage
-
     def position(self, contract: Contract, side: str = "") -> Position:
-        """What is held, or a position of nothing."""
         key = (contract.symbol, side)
-        return self.positions.get(key) or Position(contract, key, self.leverage(*key))
+        return self.positions.setdefault(key, Position(contract, side))
+
+    @property
+    def held(self) -> list[Position]:
+        return [one for one in self.positions.values() if one.quantity]
+
+    @property
+    def open_orders(self) -> list[Order]:
+        return [order for order in self.orders.values() if order.state == "open"]
 
     @property
     def position_margin(self) -> Decimal:
-        return sum((held.margin for held in self.positions.values()), NOTHING)
+        return sum((position.margin for position in self.held), NOTHING)
 
     @property
     def order_margin(self) -> Decimal:
-        return sum((self._margin(order) for order in self.open_orders()), NOTHING)
+        return sum((order.margin for order in self.open_orders), NOTHING)
 
     @property
     def available(self) -> Decimal:
         return self.balance - self.position_margin - self.order_margin
 
     @property
-    def unrealised(self) -> Decimal:
-        return sum((held.unrealised for held in self.positions.values()), NOTHING)
-
-    @property
     def equity(self) -> Decimal:
-        return self.balance + self.unrealised
-
-    def open_orders(self) -> list[Order]:
-        return [order for order in self.orders.values() if order.state == "open"]
+        return self.balance + sum(position.unrealised for position in self.held)
 
     def place(self, contract: Contract, buy: bool, quantity: Decimal, price: Decimal,
               reduce_only: bool = False, side: str = "") -> Order:
@@ -83,117 +190,82 @@ class Account:
             raise Refused("quantity")
         if price <= 0:
             raise Refused("price")
-        now = self._now_ms()
+        closes = reduce_only or side == ("short" if buy else "long")
         order = Order(self._new_order_id(), contract, buy, quantity, price,
-                      self.leverage(contract.symbol, side), reduce_only, side, now, now)
-        if order.closes:
-            closed = self._closed_by(order)
-            if not closed:
-                raise Refused("no_position")
-            if closed < quantity and self.hedged:
-                raise Refused("above_position")
-            order.quantity = closed
-        elif self._margin(order) > self.available:
+                      self.position(contract, side).leverage, closes, side, now_ms(), now_ms())
+        if closes and not self._closed_by(order):
+            raise Refused("no_position")
+        if order.margin > self.available:
             raise Refused("no_balance")
         self.orders[order.id] = order
         self._match(order)
         return order
 
-    def order(self, order_id: str) -> Order:
-        if order_id not in self.orders:
-            raise Refused("unknown_order")
-        return self.orders[order_id]
-
     def cancel(self, order: Order) -> None:
         if order.state != "open":
-            raise Refused("order_closed")
-        order.state, order.updated_ms = "cancelled", self._now_ms()
-
-    def fill(self, order_id: str) -> Order:
-        """Somebody takes an open order, at its own price."""
-        order = self.order(order_id)
-        if order.state != "open":
-            raise Refused("order_closed")
-        self._fill(order, order.price)
-        return order
+            raise Refused("cancel")
+        order.state, order.updated_ms = "cancelled", now_ms()
 
     def set_mark(self, coin: str, price: Decimal) -> None:
         """Fills the orders that it crosses."""
         for contract in self.contracts.values():
             contract.mark = price if contract.coin == coin else contract.mark
-        for order in self.open_orders():
+        for order in self.open_orders:
             self._match(order)
 
     def _match(self, order: Order) -> None:
         mark = order.contract.mark
         if order.price >= mark if order.buy else order.price <= mark:
-            self._fill(order, mark)
+            self.fill(order, mark)
 
     def _closed_by(self, order: Order) -> Decimal:
         held = self.position(order.contract, order.position_side)
         return NOTHING if (held.quantity > 0) == order.buy else min(order.quantity, held.size)
 
-    def _margin(self, order: Order) -> Decimal:
-        opened = NOTHING if order.closes else order.quantity - self._closed_by(order)
-        return opened * order.contract.unit * order.price / order.leverage
-
-    def _fill(self, order: Order, price: Decimal) -> None:
+    def fill(self, order: Order, price: Decimal) -> None:
+        """Somebody takes it, whole. One that only closes goes no further than its position."""
         closed = self._closed_by(order)
-        if order.closes and not closed:
+        if order.state != "open" or order.closes and not closed:
             self.cancel(order)
             return
         order.quantity = closed if order.closes else order.quantity
+        order.state, order.updated_ms, order.average = "filled", now_ms(), price
         held = self.position(order.contract, order.position_side)
-        unit = order.contract.unit
-        fee = _money(order.quantity * unit * price * FEE_RATE)
-        signed = -closed if order.buy else closed
-        order.state, order.updated_ms = "filled", self._now_ms()
-        order.filled, order.average, order.fee = order.quantity, price, fee
-        order.profit = _money(signed * unit * (price - held.entry_price))
-        entry = self._book(order.contract, order.updated_ms, profit=order.profit, fee=fee,
-                           order=order, closed=closed)
         if closed:
-            self._reduce(held, entry, signed)
+            share = closed / held.size
+            gained = (price - held.entry_price) * order.contract.unit * held.quantity * share
+            self._trade(held, order, closed, _money(gained), closes=True,
+                        entry_price=held.entry_price, open_fee=_money(held.open_fee * share))
         if order.quantity > closed:
-            self._extend(entry, order.quantity - closed, fee - entry.close_fee)
+            if not held.quantity:
+                held = Position(order.contract, order.position_side, held.leverage)
+                self.positions[order.contract.symbol, order.position_side] = held
+            self._trade(held, order, order.quantity - closed, NOTHING)
 
-    def _book(self, contract: Contract, time_ms: int, **booked) -> Entry:
-        entry = Entry(next(self._ids), time_ms, contract, NOTHING, **booked)
+    def _trade(self, held: Position, order: Order, quantity: Decimal, profit: Decimal,
+               **closing) -> None:
+        fee = _money(quantity * order.contract.unit * order.average * FEE_RATE)
+        entry = Entry(order.updated_ms, order.contract, profit, fee, order, quantity, **closing)
+        self._book(entry)
+        order.filled += quantity
+        order.fee += fee
+        if not entry.closes:
+            paid = held.entry_price * held.size + order.average * quantity
+            held.entry_price = paid / (held.size + quantity)
+        held.quantity += entry.signed
+        held.realised += entry.change
+        held.open_fee += -entry.open_fee if entry.closes else fee
+        held.opened_ms = held.opened_ms or entry.time_ms
+        held.updated_ms = entry.time_ms
+
+    def _book(self, entry: Entry) -> None:
         self.balance += entry.change
         entry.balance = self.balance
         self.ledger.append(entry)
-        return entry
 
-    def _reduce(self, held: Position, entry: Entry, signed: Decimal) -> None:
-        order = entry.order
-        entry.position, entry.entry_price = held, held.entry_price
-        entry.open_fee = _money(held.open_fee * signed / held.quantity)
-        entry.close_fee = _money(entry.fee * entry.closed / order.quantity)
-        paid = held.exit_price * held.closed + order.average * entry.closed
-        held.closed += entry.closed
-        held.exit_price = paid / held.closed
-        held.quantity -= signed
-        held.profit += entry.profit
-        held.fees += entry.close_fee
-        held.open_fee -= entry.open_fee
-        held.updated_ms = entry.time_ms
-        if not held.quantity:
-            del self.positions[held.key]
 
-    def _extend(self, entry: Entry, quantity: Decimal, fee: Decimal) -> None:
-        order = entry.order
-        held = self.position(order.contract, order.position_side)
-        if not held.quantity:
-            held.id, held.opened_ms = next(self._ids), entry.time_ms
-            held.side = "long" if order.buy else "short"
-            self.positions[held.key] = held
-        size = held.size + quantity
-        held.entry_price = (held.entry_price * held.size + order.average * quantity) / size
-        held.quantity = size if order.buy else -size
-        held.largest = max(held.largest, size)
-        held.fees += fee
-        held.open_fee += fee
-        held.updated_ms = entry.time_ms
+def now_ms() -> int:
+    return time.time_ns() // 1_000_000
 
 
 def _money(amount: Decimal) -> Decimal:

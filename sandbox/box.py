@@ -12,15 +12,26 @@ from functools import cached_property
 from typing import Any
 
 from . import hosts
-from .certificate import Certificate
-from .faults import take_fault
-from .http_message import wire_text
+from .http_message import take_fault, wire_text
 from .mac_keychain import MacKeychain
 from .proxy import Proxy
 from .world import World
 
 OTHER_PROXY_VARIABLES = ("HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "NO_PROXY", "all_proxy",
                          "no_proxy")
+CERTIFICATE = """\
+[req]
+distinguished_name = name
+x509_extensions = itself
+prompt = no
+[name]
+CN = Morvane sandbox
+[itself]
+basicConstraints = critical, CA:true
+keyUsage = critical, digitalSignature, keyCertSign
+extendedKeyUsage = serverAuth
+subjectKeyIdentifier = hash
+subjectAltName = """ + ", ".join("DNS:" + host for host in hosts.BY_SCHEME["https"])
 
 
 class Sandbox(World):
@@ -40,8 +51,8 @@ class Sandbox(World):
             self._folder = os.path.realpath(tempfile.mkdtemp(prefix="morvane-sandbox-"))
             stack.callback(shutil.rmtree, self._folder, ignore_errors=True)
             self.home = self._new_folder("home")
-            stack.callback(MacKeychain(self.home, hosts.BY_EXCHANGE).close)
-            self._known = Certificate(self._new_folder("certificate"), hosts.BY_SCHEME["https"])
+            stack.callback(MacKeychain(self.home).close)
+            self._known = self._new_certificate("known")
             self._proxy = Proxy(self, self._certificate)
             stack.callback(self._proxy.close)
             self.env = self._environment()
@@ -73,32 +84,38 @@ class Sandbox(World):
         os.mkdir(path, mode=0o700)
         return path
 
-    def _certificate(self, host: str) -> ssl.SSLContext:
-        with self.lock:
-            return (self._stranger if take_fault(self.faults, host) else self._known).context
+    def _new_certificate(self, name: str) -> ssl.SSLContext:
+        """For all hosts, and its own authority; it lies in a folder of that name."""
+        folder = self._new_folder(name)
+        with open(os.path.join(folder, "openssl.cnf"), "w", encoding="ascii") as out:
+            out.write(CERTIFICATE)
+        files = [os.path.join(folder, file) for file in ("certificate.pem", "key.pem")]
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-sha256",
+                        "-days", "7", "-config", out.name, "-out", files[0], "-keyout", files[1]],
+                       stdin=subprocess.DEVNULL, capture_output=True, check=True)
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(*files)
+        return context
 
     @cached_property
-    def _stranger(self) -> Certificate:
-        return Certificate(self._new_folder("stranger"), hosts.BY_SCHEME["https"])
+    def _stranger(self) -> ssl.SSLContext:
+        return self._new_certificate("stranger")
+
+    def _certificate(self, host: str) -> ssl.SSLContext:
+        with self.lock:
+            return self._stranger if take_fault(self.faults, host, unvouched=True) else self._known
 
     def _environment(self) -> dict[str, str]:
         env = {name: value for name, value in os.environ.items()
                if name not in OTHER_PROXY_VARIABLES}
-        env.update(https_proxy=self._proxy.url, http_proxy=self._proxy.url,
-                   CURL_CA_BUNDLE=self._known.path, SSL_CERT_FILE=self._known.path,
-                   HOME=self.home, MORVANE_RELAY_URL="https://" + hosts.RELAY)
+        authority = os.path.join(self._folder, "known", "certificate.pem")
+        env.update(https_proxy=self._proxy.url, http_proxy=self._proxy.url, HOME=self.home,
+                   CURL_CA_BUNDLE=authority, SSL_CERT_FILE=authority,
+                   MORVANE_RELAY_URL="https://" + hosts.RELAY)
         path = list(self._path)
-        if not _python_runs(env):
+        # Some version managers look for their python3 below HOME, and so find none.
+        if subprocess.run("python3 -c ''", shell=True, env=env, stderr=subprocess.DEVNULL).returncode:
             path.append(self._new_folder("bin"))
             os.symlink(sys.executable, os.path.join(path[-1], "python3"))
         env["PATH"] = os.pathsep.join(path + [env.get("PATH", os.defpath)])
         return env
-
-
-def _python_runs(env: dict[str, str]) -> bool:
-    """Whether python3 still starts there: some version managers look for it below HOME."""
-    try:
-        return subprocess.run(["python3", "-c", ""], env=env, stdin=subprocess.DEVNULL,
-                              capture_output=True).returncode == 0
-    except OSError:
-        return False

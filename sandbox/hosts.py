@@ -12,14 +12,7 @@ RELAY = "relay.morvane.example"
 DOWNLOAD = "download.morvane.example"
 CONTROL = "sandbox.control"
 
-BY_EXCHANGE = {
-    "bybit": (BYBIT,),
-    "okx": (OKX_GLOBAL, OKX_EEA, OKX_US),
-    "gate": (GATE,),
-    "bingx": (BINGX,),
-    "kucoin": (KUCOIN,),
-    "bitget": (BITGET,),
-}
-
-EXCHANGES = tuple(host for hosts in BY_EXCHANGE.values() for host in hosts)
-BY_SCHEME = {"https": EXCHANGES + (RELAY, DOWNLOAD), "http": (RELAY, DOWNLOAD, CONTROL)}
+BY_EXCHANGE = {"bybit": (BYBIT,), "okx": (OKX_GLOBAL, OKX_EEA, OKX_US), "gate": (GATE,),
+               "bingx": (BINGX,), "kucoin": (KUCOIN,), "bitget": (BITGET,)}
+BY_SCHEME = {"https": (*sum(BY_EXCHANGE.values(), ()), RELAY, DOWNLOAD),
+             "http": (RELAY, DOWNLOAD, CONTROL)}

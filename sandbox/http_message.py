@@ -1,4 +1,4 @@
-"""HTTP/1.1 messages: what came over the wire, kept as it came, and what goes back."""
+"""HTTP/1.1 messages, kept as they came over the wire, and what can go wrong with them."""
 
 import http.client
 import json
@@ -48,6 +48,62 @@ class Response:
         lines += [f"{name}: {value}" for name, value in self.headers]
         lines += [] if length is None else [f"Content-Length: {length}"]
         return wire_bytes("\r\n".join(lines) + "\r\n\r\n")
+
+
+@dataclass
+class Fault:
+    """One thing that goes wrong at `host`; the first that fits a request is used.
+
+    With a `response` the host itself never sees the request.
+    """
+
+    host: str
+    path: str = ""  # of requests whose target begins so; a certificate is the host's
+    times: Optional[int] = None  # how many more requests it spoils; None is all of them
+    response: Optional[Response] = None
+    delivery: str = "whole"  # or half, nothing, endless
+    unvouched: bool = False  # nobody vouches for the host's certificate
+
+    @classmethod
+    def answer(cls, host: str, status: int = 200, body: bytes = b"",
+               content_type: str = "application/json", **where) -> "Fault":
+        return cls(host, response=Response(status, body, content_type), **where)
+
+    @classmethod
+    def close(cls, host: str, **where) -> "Fault":
+        """The connection ends before the host heard anything."""
+        return cls(host, response=Response(), delivery="nothing", **where)
+
+    @classmethod
+    def lost_answer(cls, host: str, **where) -> "Fault":
+        """The host does what it was asked to, and its answer is lost."""
+        return cls(host, delivery="nothing", **where)
+
+    @classmethod
+    def cut_off(cls, host: str, status: int = 0, body: bytes = b"", **where) -> "Fault":
+        """The whole answer is promised and half of it comes: the host's own, or this one."""
+        response = Response(status or 200, body) if status or body else None
+        return cls(host, delivery="half", response=response, **where)
+
+    @classmethod
+    def endless(cls, host: str, status: int = 200, body: bytes = b"x" * 4096,
+                **where) -> "Fault":
+        """`body` again and again until the client leaves or the sandbox closes."""
+        return cls(host, delivery="endless", response=Response(status, body), **where)
+
+    @classmethod
+    def unknown_ca(cls, host: str, **where) -> "Fault":
+        return cls(host, unvouched=True, **where)
+
+
+def take_fault(faults: list[Fault], host: str, target: str = "",
+               unvouched: bool = False) -> Optional[Fault]:
+    """The fault for a request, or for a host's certificate; one use of it is spent."""
+    fault = next((one for one in faults if one.host == host and one.times != 0
+                  and one.unvouched == unvouched and target.startswith(one.path)), None)
+    if fault and fault.times is not None:
+        fault.times -= 1
+    return fault
 
 
 def wire_text(raw: bytes) -> str:

@@ -3,7 +3,8 @@
 import os
 import subprocess
 import sys
-from collections.abc import Iterable
+
+from . import hosts
 
 
 class KeychainInUse(Exception):
@@ -16,9 +17,9 @@ class MacKeychain:
     Does nothing anywhere but on a Mac.
     """
 
-    def __init__(self, home: str, exchanges: Iterable[str]) -> None:
+    def __init__(self, home: str) -> None:
         self._homes = (home, os.environ.get("HOME", home))
-        self._exchanges = list(exchanges) if sys.platform == "darwin" else []
+        self._exchanges = hosts.BY_EXCHANGE if sys.platform == "darwin" else ()
         held = [one for one in self._exchanges if self._security("find", one, self._homes[1])]
         if held:
             raise KeychainInUse("your keychain holds the connector's own credentials for "
@@ -34,4 +35,4 @@ class MacKeychain:
             ["/usr/bin/security", f"{verb}-generic-password",
              "-s", f"morvane.connector.{exchange}", "-a", exchange],
             env={**os.environ, "HOME": home}, stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+            capture_output=True).returncode == 0

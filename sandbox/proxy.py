@@ -8,8 +8,8 @@ from socketserver import ThreadingTCPServer
 from typing import Callable
 from urllib.parse import urlsplit
 
-from .faults import Fault
-from .http_message import Request, Response, wire_text
+from . import hosts
+from .http_message import Fault, Request, Response, wire_text
 from .world import World
 
 
@@ -49,12 +49,12 @@ class _Connection(BaseHTTPRequestHandler):
     def do_CONNECT(self) -> None:
         host, _, port = self.path.rpartition(":")
         self.close_connection = True
-        if port != "443" or not self.server.world.knows(host, "https"):
+        if port != "443" or host not in hosts.BY_SCHEME["https"]:
             self.wfile.write(Response(502).head(0))
             return
         self.wfile.write(b"HTTP/1.1 200 Connection established\r\n\r\n")
-        context = self.server.certificate(host)
-        with context.wrap_socket(self.connection, server_side=True) as self.connection, \
+        with self.server.certificate(host).wrap_socket(
+                self.connection, server_side=True) as self.connection, \
                 self.connection.makefile("rb") as self.rfile:
             self.host = host
             self.handle_one_request()
@@ -66,31 +66,22 @@ class _Connection(BaseHTTPRequestHandler):
             scheme, host = "http", url.hostname or ""
             target = target[len("http://") + len(url.netloc):] or "/"
         self.close_connection = True
-        if scheme == "https" or self.server.world.knows(host, scheme):
+        if host in hosts.BY_SCHEME[scheme]:
             headers = [(name, _text(value)) for name, value in self.headers.items()]
             body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
             request = Request(scheme, host, self.command, _text(target), headers, body)
             response, fault = self.server.world.handle(request)
-            self._deliver(response, response.body, fault or Fault(host))
+            self._deliver(response, fault or Fault(host))
 
     do_POST = do_DELETE = do_GET
 
-    def _deliver(self, response: Response, body: bytes, fault: Fault) -> None:
-        send, closing = self.connection.sendall, self.server.closing
-        if fault.delivery == "whole":
-            send(response.head(len(body)) + body)
-        if fault.delivery == "half":
-            send(response.head(len(body)) + body[:len(body) // 2])
-        if fault.delivery == "slow":
-            send(response.head(len(body)))
-            size = max(1, -(-len(body) // fault.pieces))
-            for start in range(0, len(body), size):
-                send(body[start:start + size])
-                closing.wait(fault.pause_seconds)
-        if fault.delivery == "endless":
-            send(response.head(None))
-            while not closing.is_set():
-                send(body)
+    def _deliver(self, response: Response, fault: Fault) -> None:
+        body, endless = response.body, fault.delivery == "endless"
+        sent = body[:len(body) // 2] if fault.delivery == "half" else body
+        if fault.delivery != "nothing":
+            self.connection.sendall(response.head(None if endless else len(body)) + sent)
+        while endless and not self.server.closing.is_set():
+            self.connection.sendall(body)
 
 
 def _text(latin: str) -> str:

@@ -2,57 +2,49 @@
 
 import uuid
 
-from ..records import Refused
+from ..account import Refused, now_ms
 from ..http_message import wire_bytes
-from .call import mac
-from .exchange import Exchange
-
-DAY_MS = 86_400_000
+from .exchange import Exchange, mac, plain
 
 
 class Bybit(Exchange):
     name = "bybit"
     contracts = (("BTCUSDT", "BTC", "0.001", "1"), ("ETHUSDT", "ETH", "0.01", "1"))
-    routes = [
-        ("GET", "/v5/user/query-api", "key"),
-        ("GET", "/v5/account/wallet-balance", "balance"),
-        ("GET", "/v5/position/list", "position"),
-        ("GET", "/v5/order/realtime", "order"),
-        ("POST", "/v5/order/cancel", "cancel"),
-        ("POST", "/v5/position/set-leverage", "leverage"),
-        ("POST", "/v5/order/create", "place"),
-        ("GET", "/v5/account/transaction-log", "funding"),
-        ("GET", "/v5/position/closed-pnl", "closings"),
-    ]
+    routes = {
+        "GET /v5/user/query-api": "key",
+        "GET /v5/account/wallet-balance": "balance",
+        "GET /v5/position/list": "position",
+        "GET /v5/order/realtime": "order",
+        "POST /v5/order/cancel": "cancel",
+        "POST /v5/position/set-leverage": "leverage",
+        "POST /v5/order/create": "place",
+        "GET /v5/account/transaction-log": "funding",
+        "GET /v5/position/closed-pnl": "closings",
+    }
     credentials = {"key": "X-BAPI-API-KEY", "time": "X-BAPI-TIMESTAMP", "sign": "X-BAPI-SIGN"}
     window_ms = (5000, 1000)
     names = {"order": "orderId", "quantity": "qty", "leverage": "buyLeverage",
-             "reduce_only": "reduceOnly"}
-    choices = {"category": ("linear",), "accountType": ("UNIFIED",), "orderType": ("Limit",)}
+             "reduce_only": "reduceOnly", "since": "startTime"}
     words = {"buy": "Buy", "sell": "Sell", "long": "Buy", "short": "Sell", "open": "New",
              "filled": "Filled", "cancelled": "Cancelled", "funding": "SETTLEMENT",
              "trade": "TRADE"}
     ok = (0, "OK")
     nothing: dict = {}
     errors = {
-        "not_found": (404, 404, "Not Found"),
-        "no_header": (200, 10001, "Request parameter error."),
         "key": (200, 10003, "API key is invalid."),
         "time": (200, 10002, "invalid request, please check your server timestamp or recv_window "
                              "param."),
         "sign": (200, 10004, "Error sign, please check your signature generation algorithm"),
         "permission": (200, 10005, "Permission denied, please check your API key permissions."),
         "invalid": (200, 10001, "params error: {} invalid"),
-        "unknown_order": (200, 110001, "order not exists or too late to cancel"),
-        "order_closed": (200, 110001, "order not exists or too late to cancel"),
+        "cancel": (200, 110001, "order not exists or too late to cancel"),
         "no_balance": (200, 110007, "ab not enough for new order"),
         "no_position": (200, 110017, "current position is zero, cannot fix reduce-only order qty"),
         "same_leverage": (200, 110043, "leverage not modified"),
     }
-    coin_fields = ("coin='USDT' equity walletBalance=balance unrealisedPnl=unrealised "
-                   "totalOrderIM=order_margin totalPositionIM=position_margin")
-    balance_fields = ("accountType='UNIFIED' totalEquity=equity totalWalletBalance=balance "
-                      "totalAvailableBalance=available")
+    coin_fields = ("coin='USDT' walletBalance=balance totalOrderIM=order_margin "
+                   "totalPositionIM=position_margin")
+    balance_fields = "accountType='UNIFIED' totalEquity=equity totalAvailableBalance=available"
     position_fields = (
         "symbol=contract.symbol side size avgPrice=entry_price markPrice=contract.mark leverage "
         "positionIM=margin unrealisedPnl=unrealised curRealisedPnl=realised "
@@ -60,19 +52,18 @@ class Bybit(Exchange):
     order_fields = (
         "orderId=id symbol=contract.symbol orderType='Limit' side price qty=quantity "
         "cumExecQty=filled avgPrice=average cumExecFee=fee orderStatus=state "
-        "reduceOnly=reduce_only createdTime=created_ms updatedTime=updated_ms")
+        "createdTime=created_ms updatedTime=updated_ms")
     done_fields = "orderId=id"
     ledger_fields = (
-        "symbol=contract.symbol transactionTime=time_ms currency='USDT' type=kind funding "
-        "cashFlow=profit fee change cashBalance=balance side=order.side orderId=order.id "
-        "qty=order.quantity tradePrice=order.average")
+        "symbol=contract.symbol transactionTime=time_ms currency='USDT' type=kind "
+        "fee change cashBalance=balance side=order.side orderId=order.id qty=quantity "
+        "tradePrice=order.average")
     closing_fields = (
-        "symbol=contract.symbol orderId=order.id side=order.side closedSize=closed "
+        "symbol=contract.symbol orderId=order.id side=order.side closedSize=quantity "
         "avgEntryPrice=entry_price avgExitPrice=order.average openFee=open_fee "
-        "closeFee=close_fee closedPnl=realised updatedTime=time_ms")
-    page_size = 50
-    shows_empty = True
-    more_keys = {"read": {"can_trade": False}, "withdraw": {"can_withdraw": True}}
+        "closeFee=fee closedPnl=realised updatedTime=time_ms")
+    shows_empty = logs_one_day = True
+    demo_keys = {"": {}, "-read": {"can_trade": False}, "-withdraw": {"can_withdraw": True}}
 
     def sign(self, request, key, time):
         window = request.header("X-BAPI-RECV-WINDOW") or ""
@@ -81,9 +72,9 @@ class Bybit(Exchange):
 
     def envelope(self, code, text, data):
         result = {"list": data} if isinstance(data, list) else data
-        return {"retCode": code, "retMsg": text, "result": result, "time": self.now_ms()}
+        return {"retCode": code, "retMsg": text, "result": result, "time": now_ms()}
 
-    def new_order_id(self) -> str:
+    def new_order_id(self):
         return str(uuid.uuid4())
 
     def key(self, call):
@@ -102,11 +93,10 @@ class Bybit(Exchange):
                 and (order.id == wanted if wanted else order.state == "open")]
 
     def leverage(self, call):
-        if call.number("leverage") == self.account.leverage(call.text("symbol")):
+        if call.number("leverage") == self.asked_position(call).leverage:
             raise Refused("same_leverage")
         return super().leverage(call)
 
-    def asked_period(self, call):
-        """A day from its start; the log takes no symbol."""
-        start = int(call.number("startTime", str(self.now_ms() - DAY_MS)))
-        return start, start + DAY_MS, ""
+    def ledger_row(self, entry):
+        amount = "cashFlow" if entry.order else "funding"
+        return {**self.fields(self.ledger_fields, entry), amount: plain(entry.profit)}

@@ -5,31 +5,72 @@ NAME=WORD: a member of the record (-WORD is its negative, #WORD a number in JSON
 there is empty) or a constant in quotes. Other decimals are text.
 """
 
+import base64
 import hmac
 import itertools
+import json
 import re
+from dataclasses import dataclass
 from decimal import Decimal
 from operator import attrgetter
-from typing import Any, Callable
+from typing import Any, Callable, Optional, Union
 
 from .. import hosts
-from ..account import Account
+from ..account import Account, Entry, Order, Position, Refused, now_ms
 from ..http_message import Request, Response, wire_bytes
-from ..keys import ApiKey, demo_keys
-from ..records import Contract, Entry, Order, Refused
-from .call import Call, base64_mac
+
+
+DAY_MS = 86_400_000
+
+
+@dataclass(frozen=True)
+class ApiKey:
+    key: str
+    secret: str
+    passphrase: str = ""
+    site: str = ""  # the one host where the key exists; the exchange's first when empty
+    version: str = "2"
+    can_trade: bool = True
+    can_withdraw: bool = False
+
+
+class Call:
+    """The parameters of path, query and JSON body alike, by our words or their own names."""
+
+    def __init__(self, request: Request, path_names: dict[str, str], names: dict[str, str],
+                 key: ApiKey) -> None:
+        self.key, self._names = key, names
+        try:
+            document = json.loads(request.body or b"{}", parse_float=Decimal)
+            self._values: dict[str, Any] = {**request.parameters, **document, **path_names}
+        except (ValueError, TypeError, RecursionError):
+            raise Refused("bad_body") from None
+
+    def text(self, word: str, default: Optional[str] = None) -> str:
+        """Without a default it must be there."""
+        name = self._names.get(word, word)
+        value = str(self._values.get(name, "")) or default
+        if value is None:
+            raise Refused("missing", name)
+        return value
+
+    def number(self, word: str) -> Decimal:
+        value = self.text(word)
+        if not re.fullmatch(r"-?[0-9]{1,18}(\.[0-9]{1,18})?", value):
+            raise Refused("invalid", self._names.get(word, word))
+        return Decimal(value)
 
 
 class Exchange:
     name = ""
     contracts: tuple = ()  # symbol, coin, the step of quantities, how many coins a unit is
-    routes: list[tuple[str, str, str]] = []  # method, path pattern, operation
+    start_quantity = ""  # of the first contract: held, and ordered once more, from the start
+    hedged = False  # whether long and short are held apart
+    routes: dict[str, str] = {}  # operations by method and pattern of the path
     credentials: dict[str, str] = {}  # the headers of key, passphrase, sign and time
-    checks = ("key", "time", "passphrase", "sign")  # in their order
     window_ms = (5000, 5000)  # how far behind its clock a request may be, and how far ahead
     names: dict[str, str] = {}  # of parameters, where it does not use our words
-    choices: dict[str, tuple[str, ...]] = {}  # the values that it knows of a parameter
-    words: dict[str, str] = {"buy": "buy", "sell": "sell"}  # and of sides, states, entries
+    words = {"buy": "buy", "sell": "sell"}  # and of sides, states, kinds of entries
     ok: tuple[Any, str] = (0, "")  # code and text of a success
     nothing: Any = None  # the data of a refusal
     # HTTP status, code and text of a reason, or of a reason and what it is about, which is {}.
@@ -37,44 +78,42 @@ class Exchange:
     errors: dict[str, tuple[int, Any, str]] = {}
     balance_fields = position_fields = order_fields = done_fields = leverage_fields = ""
     ledger_fields = closing_fields = ""
-    page_size = 100
-    hedged = False  # whether long and short are held apart
     shows_empty = False  # whether a contract without a position has a row all the same
     orders_have_symbols = True  # whether an order is asked for with its contract
-    cancels_unknown = "unknown_order"  # the reason to refuse the cancelling of no order
-    shapes: dict[str, Callable[[Any], Any]] = {}  # what becomes of an operation's data
-    more_keys: dict[str, dict[str, Any]] = {}
-    start_orders: tuple = ()  # symbol, quantity and price of buys from before the sandbox starts
+    logs_one_day = False  # whether its log covers a day from the start, of every contract
+    reports_trades = False  # whether its report of closings has what opened a position, too
+    demo_keys: dict[str, dict[str, Any]] = {"": {}}  # what is special, by what is in their names
     time: Callable[[int], Any] = str  # how it writes a time, which we have in milliseconds
 
-    def __init__(self, now_ms: Callable[[], int]) -> None:
-        self.now_ms = now_ms
-        self.keys = demo_keys(self.name, "passphrase" in self.credentials, self.more_keys)
+    def __init__(self) -> None:
+        phrases = ("demo-passphrase", "Пароль") if "passphrase" in self.credentials else ("", "")
+        self.keys = [ApiKey(f"demo-{self.name}{kind}-key", f"demo-{self.name}{kind}-secret",
+                            phrases[0], **traits) for kind, traits in self.demo_keys.items()]
+        self.keys.append(ApiKey("clé-Größe-鍵", "Schlüssel-秘密", phrases[1]))
         self._ids = itertools.count(2_519_700_000_000_000_001)
-        self.account = Account(self.contracts, now_ms, self.new_order_id, self.hedged)
-        for symbol, quantity, price in self.start_orders:
-            self.account.place(self.account.contract(symbol), True, Decimal(quantity),
-                               Decimal(price), side="long" if self.hedged else "")
+        self.account = Account(self.contracts, self.new_order_id)
+        for price in ("50000", "45000") if self.start_quantity else ():
+            self.account.place(self.account.contract(self.contracts[0][0]), True,
+                               Decimal(self.start_quantity), Decimal(price),
+                               side="long" if self.hedged else "")
 
     def handle(self, request: Request) -> Response:
         try:
-            operation, path_names = self._route(request)
             key = self._authenticate(request)
+            operation, path_names = self._route(request)
             if request.method != "GET" and not key.can_trade:
                 raise Refused("permission")
-            call = Call(request, path_names, self.names, self.choices, key)
-            data = getattr(self, operation)(call)
-            data = self.shapes[operation](data) if operation in self.shapes else data
+            data = getattr(self, operation)(Call(request, path_names, self.names, key))
             return Response.of_json(self.envelope(*self.ok, data))
         except Refused as refused:
             about = refused.detail or self.names.get(refused.reason, refused.reason)
-            reasons = (f"{refused.reason} {about}", refused.reason, "invalid")
-            status, code, text = next(self.errors[one] for one in reasons if one in self.errors)
+            status, code, text = self.errors.get(f"{refused.reason} {about}") or \
+                self.errors.get(refused.reason) or self.errors["invalid"]
             text = text.replace("{}", about)
             return Response.of_json(self.envelope(code, text, self.nothing), status)
 
     def envelope(self, code: Any, text: str, data: Any) -> Any:
-        raise NotImplementedError
+        return {"code": code, "msg": text} if data is None else {"code": code, "data": data}
 
     # The operations but for `key`; each may be another at an exchange.
 
@@ -83,65 +122,60 @@ class Exchange:
 
     def position(self, call: Call) -> Any:
         symbol = call.text("symbol", "")
-        held = [one for one in self.account.positions.values()
-                if symbol in ("", one.contract.symbol)]
+        held = [one for one in self.account.held if symbol in ("", one.contract.symbol)]
         if self.shows_empty and not held:
             held = [self.account.position(self.account.contract(symbol))]
         return [self.fields(self.position_fields, one) for one in held]
 
     def order(self, call: Call) -> Any:
-        return self.fields(self.order_fields, self.asked_order(call))
+        return self.fields(self.order_fields, self._asked_order(call, "unknown_order"))
 
     def cancel(self, call: Call) -> Any:
-        if call.text("order") not in self.account.orders:
-            raise Refused(self.cancels_unknown)
-        order = self.asked_order(call)
+        order = self._asked_order(call, "cancel", "unknown")
         self.account.cancel(order)
         return self.fields(self.done_fields or self.order_fields, order)
 
     def leverage(self, call: Call) -> Any:
-        contract, side = self._contract_and_side(call)
-        self.account.set_leverage(contract.symbol, call.number("leverage"), side)
-        return self.fields(self.leverage_fields, self.account.position(contract, side))
+        position, leverage = self.asked_position(call), call.number("leverage")
+        if not 1 <= leverage <= 100:
+            raise Refused("leverage")
+        position.leverage = leverage
+        return self.fields(self.leverage_fields, position)
 
     def place(self, call: Call) -> Any:
-        contract, side = self._contract_and_side(call)
+        position = self.asked_position(call)
         buy, quantity = self.asked_quantity(call)
-        order = self.account.place(contract, buy, quantity, call.number("price"),
-                                   call.flag("reduce_only"), side)
+        order = self.account.place(position.contract, buy, quantity, call.number("price"),
+                                   call.text("reduce_only", "") == "True", position.position_side)
         return self.fields(self.done_fields or self.order_fields, order)
 
     def funding(self, call: Call) -> Any:
-        since, until, symbol = self.asked_period(call)
-        kind = call.text("type", "")
-        return call.page([row for entry in self.account.ledger
-                          if since <= entry.time_ms <= until
-                          and symbol in ("", entry.contract.symbol)
-                          for row in self.ledger_rows(entry) if kind in ("", row["type"])],
-                         self.page_size)
+        since = self.moment_ms(call.text("since", "0"))
+        until = since + DAY_MS if self.logs_one_day else now_ms()
+        symbol, kind = call.text("symbol"), call.text("type", "")
+        rows = [self.ledger_row(entry) for entry in self.account.ledger
+                if since <= entry.time_ms <= until
+                and (self.logs_one_day or symbol == entry.contract.symbol)]
+        return self._newest(call, [row for row in rows if kind in ("", row["type"])])
 
     def closings(self, call: Call) -> Any:
         contract = self.account.contract(call.text("symbol"))
-        return call.page(self.closing_rows([entry for entry in self.account.ledger if entry.order
-                                            and entry.contract is contract]), self.page_size)
+        return self._newest(call, [
+            self.fields(self.closing_fields, entry) for entry in self.account.ledger
+            if entry.contract is contract and (entry.closes or self.reports_trades and entry.order)])
 
     # What they are made of, as it usually is.
 
-    def ledger_rows(self, entry: Entry) -> list[dict[str, Any]]:
-        return [self.fields(self.ledger_fields, entry)]
-
-    def closing_rows(self, fills: list[Entry]) -> list[dict[str, Any]]:
-        return [self.fields(self.closing_fields, entry) for entry in fills if entry.closed]
+    def ledger_row(self, entry: Entry) -> dict[str, Any]:
+        return self.fields(self.ledger_fields, entry)
 
     def fields(self, table: str, record: Any) -> dict[str, Any]:
         pairs = (field.partition("=") for field in table.split())
         return {name: self._value(word or name, record) for name, _, word in pairs}
 
-    def asked_order(self, call: Call) -> Order:
-        order = self.account.order(call.text("order"))
-        if self.orders_have_symbols and call.text("symbol") != order.contract.symbol:
-            raise Refused("unknown_order")
-        return order
+    def asked_position(self, call: Call) -> Position:
+        return self.account.position(self.account.contract(call.text("symbol")),
+                                     call.text("position_side") if self.hedged else "")
 
     def asked_quantity(self, call: Call) -> tuple[bool, Decimal]:
         """Whether an order buys, and how much."""
@@ -149,10 +183,6 @@ class Exchange:
         if side not in (self.words["buy"], self.words["sell"]):
             raise Refused("invalid", "side")
         return side == self.words["buy"], call.number("quantity")
-
-    def asked_period(self, call: Call) -> tuple[int, int, str]:
-        """From when to when, and of which contract, entries of the ledger are wanted."""
-        raise NotImplementedError
 
     def new_order_id(self) -> str:
         return str(next(self._ids))
@@ -170,25 +200,34 @@ class Exchange:
     def sign(self, request: Request, key: ApiKey, time: str) -> str:
         return base64_mac(key.secret, time, request.method, request.target, request.body)
 
-    def passphrase(self, _request: Request, key: ApiKey, _time: str) -> str:
+    def passphrase(self, _request: Request, key: ApiKey) -> str:
         return key.passphrase
 
     def _authenticate(self, request: Request) -> ApiKey:
         sent = {part: self.credential(request, part) for part in self.credentials}
-        named = [key for key in self.keys if key.key == sent["key"]]
-        here = [key for key in named
-                if (key.site or hosts.BY_EXCHANGE[self.name][0]) == request.host]
-        age_ms = self.now_ms() - self.moment_ms(sent["time"])
-        for check in self.checks:
-            if check == "key" and not here:
-                raise Refused("key", "elsewhere" if named else "")
-            if check == "time" and not -self.window_ms[1] < age_ms <= self.window_ms[0]:
-                raise Refused("time")
-            if check in ("passphrase", "sign") and check in sent:
-                expected = getattr(self, check)(request, here[0], sent["time"])
-                if not hmac.compare_digest(wire_bytes(sent[check]), wire_bytes(expected)):
-                    raise Refused(check)
-        return here[0]
+        age_ms = now_ms() - self.moment_ms(sent["time"])
+        if not -self.window_ms[1] < age_ms <= self.window_ms[0]:
+            raise Refused("time")
+        key = {key.key: key for key in self.keys}.get(sent["key"])
+        if not key:
+            raise Refused("key")
+        if request.host != (key.site or hosts.BY_EXCHANGE[self.name][0]):
+            raise Refused("key", "elsewhere")
+        if "passphrase" in sent and sent["passphrase"] != self.passphrase(request, key):
+            raise Refused("passphrase")
+        if sent["sign"] != self.sign(request, key, sent["time"]):
+            raise Refused("sign")
+        return key
+
+    def _asked_order(self, call: Call, *refusal: str) -> Order:
+        order = self.account.orders.get(call.text("order"))
+        if not order or \
+                self.orders_have_symbols and call.text("symbol") != order.contract.symbol:
+            raise Refused(*refusal)
+        return order
+
+    def _newest(self, call: Call, rows: list[Any]) -> list[Any]:
+        return rows[::-1][:int(call.text("limit", "100"))]
 
     def _value(self, word: str, record: Any) -> Any:
         if word.startswith("'"):
@@ -203,18 +242,25 @@ class Exchange:
             return int(value) if int(value) == Decimal(value) else float(value)
         if isinstance(value, Decimal):
             return plain(-value if word.startswith("-") else value)
-        return self.words.get(value, value) if isinstance(value, str) else value
-
-    def _contract_and_side(self, call: Call) -> tuple[Contract, str]:
-        return (self.account.contract(call.text("symbol")),
-                call.text("position_side") if self.hedged else "")
+        return self.words.get(value, value)
 
     def _route(self, request: Request) -> tuple[str, dict[str, str]]:
-        for method, pattern, operation in self.routes:
-            match = re.fullmatch(pattern, request.path)
-            if match and method == request.method:
+        for pattern, operation in self.routes.items():
+            match = re.fullmatch(pattern, f"{request.method} {request.path}")
+            if match:
                 return operation, match.groupdict()
-        raise Refused("not_found")
+        raise Refused("invalid", "path")
+
+
+def mac(algorithm: str, secret: str, *pieces: Union[str, bytes]) -> bytes:
+    """HMAC of what the pieces are on the wire, one after another."""
+    message = b"".join(wire_bytes(piece) if isinstance(piece, str) else piece
+                       for piece in pieces)
+    return hmac.new(wire_bytes(secret), message, algorithm).digest()
+
+
+def base64_mac(secret: str, *pieces: Union[str, bytes]) -> str:
+    return base64.b64encode(mac("sha256", secret, *pieces)).decode("ascii")
 
 
 def plain(value: Decimal) -> str:

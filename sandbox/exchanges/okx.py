@@ -3,39 +3,36 @@
 from datetime import datetime, timezone
 
 from .. import hosts
+from ..account import now_ms
 from .exchange import Exchange
 
-WEEK_MS = 7 * 86_400_000
-ORDER_ERRORS = ("51008", "51112", "51121", "51169", "51400")
+ORDER_ERRORS = ("51008", "51121", "51169", "51400")
 
 
 class Okx(Exchange):
     name = "okx"
     contracts = (("BTC-USDT-SWAP", "BTC", "0.01", "0.01"), ("ETH-USDT-SWAP", "ETH", "0.01", "0.1"))
-    routes = [
-        ("GET", "/api/v5/account/config", "key"),
-        ("GET", "/api/v5/account/balance", "balance"),
-        ("GET", "/api/v5/account/positions", "position"),
-        ("GET", "/api/v5/trade/order", "order"),
-        ("POST", "/api/v5/trade/cancel-order", "cancel"),
-        ("POST", "/api/v5/account/set-leverage", "leverage"),
-        ("POST", "/api/v5/trade/order", "place"),
-        ("GET", "/api/v5/account/bills", "funding"),
-        ("GET", "/api/v5/account/positions-history", "closings"),
-    ]
+    routes = {
+        "GET /api/v5/account/config": "key",
+        "GET /api/v5/account/balance": "balance",
+        "GET /api/v5/account/positions": "position",
+        "GET /api/v5/trade/order": "order",
+        "POST /api/v5/trade/cancel-order": "cancel",
+        "POST /api/v5/account/set-leverage": "leverage",
+        "POST /api/v5/trade/order": "place",
+        "GET /api/v5/account/bills": "funding",
+        "GET /api/v5/account/positions-history": "closings",
+    }
     credentials = {"key": "OK-ACCESS-KEY", "passphrase": "OK-ACCESS-PASSPHRASE",
                    "sign": "OK-ACCESS-SIGN", "time": "OK-ACCESS-TIMESTAMP"}
     window_ms = (30_000, 30_000)
     names = {"symbol": "instId", "order": "ordId", "quantity": "sz", "price": "px",
-             "leverage": "lever", "position_side": "posSide", "reduce_only": "reduceOnly"}
-    choices = {"mgnMode": ("isolated", "cross"), "tdMode": ("isolated", "cross"),
-               "ordType": ("limit",), "posSide": ("long", "short")}
+             "leverage": "lever", "position_side": "posSide"}
     words = {"buy": "buy", "sell": "sell", "open": "live", "cancelled": "canceled",
              "funding": "8", "trade": "2"}
     ok = ("0", "")
     nothing: list = []
     errors = {
-        "not_found": (404, "404", "Not Found"),
         "no_header": (401, "50106", "Request header \"OK-ACCESS-SIGN\" can't be empty"),
         "key": (401, "50111", "Invalid OK-ACCESS-KEY"),
         "key elsewhere": (401, "50119", "API key doesn't exist"),
@@ -48,38 +45,33 @@ class Okx(Exchange):
         "invalid": (400, "51000", "Parameter {} error"),
         "symbol": (200, "51001", "Instrument ID doesn't exist."),
         "no_balance": (200, "51008", "Order failed. Insufficient USDT margin in account"),
-        "above_position": (200, "51112", "Close order size exceeds your available size."),
         "quantity": (200, "51121", "Order quantity must be a multiple of the lot size."),
         "no_position": (200, "51169", "Order failed because you don't have any positions in this "
                                       "direction to reduce or close."),
-        "order_closed": (200, "51400", "Cancellation failed as the order has been filled, "
-                                       "canceled or does not exist."),
+        "cancel": (200, "51400", "Cancellation failed as the order has been filled, canceled or "
+                                 "does not exist."),
         "unknown_order": (200, "51603", "Order does not exist"),
-        "leverage": (200, "59102", "Leverage exceeds the maximum limit. Please lower the "
-                                   "leverage."),
     }
-    coin_fields = ("ccy='USDT' eq=equity cashBal=balance availEq=available availBal=available "
-                   "upl=unrealised ordFrozen=order_margin")
+    coin_fields = "ccy='USDT' eq=equity cashBal=balance availEq=available"
     position_fields = (
-        "instId=contract.symbol posId=id posSide=side pos=size avgPx=entry_price "
-        "markPx=contract.mark lever=leverage mgnMode='isolated' margin upl=unrealised pnl=profit "
-        "fee=-fees realizedPnl=realised cTime=opened_ms uTime=updated_ms")
+        "instId=contract.symbol posSide=side pos=size avgPx=entry_price markPx=contract.mark "
+        "lever=leverage mgnMode='isolated' margin upl=unrealised realizedPnl=realised "
+        "cTime=opened_ms uTime=updated_ms")
     order_fields = (
         "ordId=id instId=contract.symbol ordType='limit' side posSide=position_side px=price "
-        "sz=quantity accFillSz=filled avgPx=average fee=-fee pnl=profit lever=leverage state "
-        "cTime=created_ms uTime=updated_ms")
+        "sz=quantity accFillSz=filled avgPx=average fee=-fee state cTime=created_ms "
+        "uTime=updated_ms")
     done_fields = "ordId=id sCode='0' sMsg=''"
     leverage_fields = "instId=contract.symbol lever=leverage mgnMode='isolated'"
     ledger_fields = (
-        "billId=id instId=contract.symbol ccy='USDT' type=kind pnl=gain fee=-fee balChg=change "
-        "bal=balance ts=time_ms ordId=order.id px=order.average sz=order.quantity")
+        "instId=contract.symbol ccy='USDT' type=kind pnl=profit fee=-fee balChg=change "
+        "bal=balance ts=time_ms ordId=order.id px=order.average sz=quantity")
     closing_fields = (
-        "instId=contract.symbol posId=id posSide=side direction=side openAvgPx=entry_price "
-        "closeAvgPx=exit_price openMaxPos=largest closeTotalPos=closed pnl=profit fee=-fees "
-        "realizedPnl=realised lever=leverage cTime=opened_ms uTime=updated_ms")
-    cancels_unknown = "order_closed"
+        "instId=contract.symbol direction=order.position_side openAvgPx=entry_price "
+        "closeAvgPx=order.average closeTotalPos=quantity pnl=profit fee=-fees "
+        "realizedPnl=realised lever=order.leverage uTime=time_ms")
     hedged = True
-    more_keys = {"eea": {"site": hosts.OKX_EEA}, "us": {"site": hosts.OKX_US}}
+    demo_keys = {"": {}, "-eea": {"site": hosts.OKX_EEA}, "-us": {"site": hosts.OKX_US}}
 
     def moment_ms(self, text):
         """Of a time such as 2025-03-07T09:05:03.042Z."""
@@ -103,14 +95,6 @@ class Okx(Exchange):
                 "perm": "read_only,trade" if call.key.can_trade else "read_only"}
 
     def balance(self, call):
-        coin = {**self.fields(self.coin_fields, self.account), "uTime": str(self.now_ms())}
-        return {"totalEq": coin["eq"], "uTime": coin["uTime"], "details": [coin]}
-
-    def asked_period(self, call):
-        return self.now_ms() - WEEK_MS, self.now_ms(), call.text("symbol", "")
-
-    def closing_rows(self, fills):
-        """One row per position, for all of its closings."""
-        closed = {entry.position.id: entry.position for entry in fills if entry.closed}
-        return [{**self.fields(self.closing_fields, held), "type": "1" if held.quantity else "2"}
-                for held in sorted(closed.values(), key=lambda held: held.updated_ms)]
+        now = str(now_ms())
+        coin = {**self.fields(self.coin_fields, self.account), "uTime": now}
+        return {"totalEq": coin["eq"], "uTime": now, "details": [coin]}

@@ -1,7 +1,8 @@
-"""The platform's relay: binds connectors to wallets, by wallet or by one-time token."""
+"""The platform's two hosts: its relay, and the one to download releases from."""
 
 import json
 
+from . import hosts
 from .http_message import Request, Response
 
 BIND_TOKEN = "demo-bind-token"
@@ -10,13 +11,12 @@ Members = dict[str, str]
 
 
 class Relay:
-    """`script` holds raw answers by the last word of the path; they come before its own."""
+    """Binds connectors to wallets, by wallet or by one-time token."""
 
     def __init__(self) -> None:
         self.tokens = {BIND_TOKEN: WALLET}  # the wallet that each was shown to
         self.spent: dict[str, str] = {}  # the connector that claimed each
         self.bindings: dict[str, Members] = {}  # by connector: pending_signature, authorized
-        self.script: dict[str, bytes] = {}
         self._routes = {"GET /api/security/config": self._configuration,
                         "POST /api/connector/bind": self._bind,
                         "GET /api/connector/bind-status": self._bind_status,
@@ -26,9 +26,6 @@ class Relay:
         route = self._routes.get(f"{request.method} {request.path}")
         if route is None:
             return Response.of_json(_error("not_found"), 404)
-        scripted = self.script.get(request.path.rpartition("/")[2])
-        if scripted is not None:
-            return Response(200, scripted)
         try:
             sent = json.loads(request.body) if request.body else request.parameters
             return Response.of_json(route(sent, request.header("x-morvane-wallet")))
@@ -69,6 +66,26 @@ class Relay:
                 "connectorId": connector, "wallet": wallet, "bindState": "pending_signature"}
         state = binding["bindState"]
         return {"status": "ok" if state == "authorized" else state, **binding}
+
+
+class Downloads:
+    """All of it may be changed: the manifest, images by path, new locations by path."""
+
+    def __init__(self) -> None:
+        image = "/Morvane-Connector-0.2.0.dmg"
+        self.manifest = b'{"version":"0.2.0","dmgUrl":"https://%s%s","channel":"stable"}' % (
+            hosts.DOWNLOAD.encode(), image.encode())
+        self.images = {image: bytes(range(256)) * 768}
+        self.redirects: dict[str, str] = {}
+
+    def handle(self, request: Request) -> Response:
+        if request.path in self.redirects:
+            return Response(302, headers=[("Location", self.redirects[request.path])])
+        if request.path == "/current/manifest.json":
+            return Response(200, self.manifest)
+        if request.path in self.images:
+            return Response(200, self.images[request.path], "application/x-apple-diskimage")
+        return Response(404, b"not found\n", "text/plain")
 
 
 def _error(reason: str) -> Members:
