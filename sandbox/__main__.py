@@ -7,8 +7,7 @@ import sys
 from typing import Any
 
 from .box import Sandbox
-from .mac_keychain import KeychainInUse
-from .shell import GREETING, prepare_shell
+from .shell import prepare_shell
 
 
 def main() -> int:
@@ -25,11 +24,8 @@ def main() -> int:
         signal.signal(number, _stop)
     try:
         with Sandbox(options.path) as box:
-            if not options.command:
-                options.command = prepare_shell(box.env, options.share)
-                sys.stderr.write(GREETING)
-            return _run(options.command, box.env)
-    except (KeychainInUse, FileNotFoundError, PermissionError) as refusal:
+            return _run(options.command or prepare_shell(box.env, options.share), box.env)
+    except (RuntimeError, OSError) as refusal:
         sys.stderr.write(f"sandbox: {refusal}\n")
         return 127
 
@@ -37,18 +33,11 @@ def main() -> int:
 def _run(command: list[str], env: dict[str, str]) -> int:
     """The command's exit status, 128 and more for a signal."""
     child = subprocess.Popen(command, env=env)
-    # A terminal's Ctrl-C has reached the command as well; its end is ours.
-    signal.signal(signal.SIGINT,
-                  lambda *_: None if sys.stdin.isatty() else child.send_signal(signal.SIGINT))
+    signal.signal(signal.SIGINT, signal.SIG_IGN)  # Ctrl-C reaches the command as well.
     try:
         status = child.wait()
-    except SystemExit:
-        child.terminate()
-        try:
-            child.wait(timeout=2)
-        except subprocess.TimeoutExpired:
-            child.kill()
-        raise
+    finally:
+        child.send_signal(signal.SIGHUP)
     return status if status >= 0 else 128 - status
 
 

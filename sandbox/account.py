@@ -62,8 +62,8 @@ class Order:
 
     @property
     def margin(self) -> Decimal:
-        value = self.quantity * self.contract.unit * self.price
-        return NOTHING if self.closes else value / self.leverage
+        opened = NOTHING if self.closes else self.quantity
+        return opened * self.contract.unit * self.price / self.leverage
 
 
 @dataclass
@@ -104,7 +104,8 @@ class Entry:
 
     time_ms: int
     contract: Contract
-    profit: Decimal  # or the funding
+    funding: Decimal = NOTHING
+    profit: Decimal = NOTHING
     fee: Decimal = NOTHING
     order: Optional[Order] = None
     quantity: Decimal = NOTHING
@@ -118,8 +119,12 @@ class Entry:
         return "trade" if self.order else "funding"
 
     @property
+    def gain(self) -> Decimal:
+        return self.funding + self.profit
+
+    @property
     def change(self) -> Decimal:
-        return self.profit - self.fee
+        return self.gain - self.fee
 
     @property
     def fees(self) -> Decimal:
@@ -245,7 +250,8 @@ class Account:
     def _trade(self, held: Position, order: Order, quantity: Decimal, profit: Decimal,
                **closing) -> None:
         fee = _money(quantity * order.contract.unit * order.average * FEE_RATE)
-        entry = Entry(order.updated_ms, order.contract, profit, fee, order, quantity, **closing)
+        entry = Entry(order.updated_ms, order.contract, NOTHING, profit, fee, order, quantity,
+                      **closing)
         self._book(entry)
         order.filled += quantity
         order.fee += fee

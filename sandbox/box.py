@@ -13,12 +13,10 @@ from typing import Any
 
 from . import hosts
 from .http_message import take_fault, wire_text
-from .mac_keychain import MacKeychain
+from .mac_keychain import refuse_used_keychain, remove_items
 from .proxy import Proxy
 from .world import World
 
-OTHER_PROXY_VARIABLES = ("HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "NO_PROXY", "all_proxy",
-                         "no_proxy")
 CERTIFICATE = """\
 [req]
 distinguished_name = name
@@ -51,7 +49,8 @@ class Sandbox(World):
             self._folder = os.path.realpath(tempfile.mkdtemp(prefix="morvane-sandbox-"))
             stack.callback(shutil.rmtree, self._folder, ignore_errors=True)
             self.home = self._new_folder("home")
-            stack.callback(MacKeychain(self.home).close)
+            refuse_used_keychain()
+            stack.callback(remove_items, self.home)
             self._known = self._new_certificate("known")
             self._proxy = Proxy(self, self._certificate)
             stack.callback(self._proxy.close)
@@ -80,9 +79,8 @@ class Sandbox(World):
         return done
 
     def _new_folder(self, name: str) -> str:
-        path = os.path.join(self._folder, name)
-        os.mkdir(path, mode=0o700)
-        return path
+        os.mkdir(os.path.join(self._folder, name), mode=0o700)
+        return os.path.join(self._folder, name)
 
     def _new_certificate(self, name: str) -> ssl.SSLContext:
         """For all hosts, and its own authority; it lies in a folder of that name."""
@@ -107,14 +105,14 @@ class Sandbox(World):
 
     def _environment(self) -> dict[str, str]:
         env = {name: value for name, value in os.environ.items()
-               if name not in OTHER_PROXY_VARIABLES}
+               if name.lower() not in ("all_proxy", "http_proxy", "https_proxy", "no_proxy")}
         authority = os.path.join(self._folder, "known", "certificate.pem")
         env.update(https_proxy=self._proxy.url, http_proxy=self._proxy.url, HOME=self.home,
                    CURL_CA_BUNDLE=authority, SSL_CERT_FILE=authority,
                    MORVANE_RELAY_URL="https://" + hosts.RELAY)
         path = list(self._path)
         # Some version managers look for their python3 below HOME, and so find none.
-        if subprocess.run("python3 -c ''", shell=True, env=env, stderr=subprocess.DEVNULL).returncode:
+        if subprocess.run("python3 -c '' 2>/dev/null", shell=True, env=env).returncode:
             path.append(self._new_folder("bin"))
             os.symlink(sys.executable, os.path.join(path[-1], "python3"))
         env["PATH"] = os.pathsep.join(path + [env.get("PATH", os.defpath)])

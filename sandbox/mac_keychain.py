@@ -7,32 +7,22 @@ import sys
 from . import hosts
 
 
-class KeychainInUse(Exception):
-    """The user's own keychain holds items of the connector."""
+def refuse_used_keychain() -> None:
+    held = [exchange for exchange in hosts.BY_EXCHANGE if _security("find", exchange, os.environ)]
+    if held:
+        raise RuntimeError("your keychain holds the connector's own credentials for "
+                           f"{', '.join(held)}; the sandbox does not start beside them")
 
 
-class MacKeychain:
-    """Refuses to begin beside items of the connector; `close` removes what it has stored since.
+def remove_items(home: str) -> None:
+    """What was stored since, from that HOME or from the user's own."""
+    for exchange in hosts.BY_EXCHANGE:
+        _security("delete", exchange, os.environ)
+        _security("delete", exchange, {**os.environ, "HOME": home})
 
-    Does nothing anywhere but on a Mac.
-    """
 
-    def __init__(self, home: str) -> None:
-        self._homes = (home, os.environ.get("HOME", home))
-        self._exchanges = hosts.BY_EXCHANGE if sys.platform == "darwin" else ()
-        held = [one for one in self._exchanges if self._security("find", one, self._homes[1])]
-        if held:
-            raise KeychainInUse("your keychain holds the connector's own credentials for "
-                                f"{', '.join(held)}; the sandbox does not start beside them")
-
-    def close(self) -> None:
-        for exchange in self._exchanges:
-            for home in self._homes:
-                self._security("delete", exchange, home)
-
-    def _security(self, verb: str, exchange: str, home: str) -> bool:
-        return subprocess.run(
-            ["/usr/bin/security", f"{verb}-generic-password",
-             "-s", f"morvane.connector.{exchange}", "-a", exchange],
-            env={**os.environ, "HOME": home}, stdin=subprocess.DEVNULL,
-            capture_output=True).returncode == 0
+def _security(verb, exchange, env) -> bool:
+    return sys.platform == "darwin" and subprocess.run(
+        ["/usr/bin/security", f"{verb}-generic-password",
+         "-s", f"morvane.connector.{exchange}", "-a", exchange],
+        env=env, stdin=subprocess.DEVNULL, capture_output=True).returncode == 0

@@ -1,68 +1,54 @@
 """The platform's two hosts: its relay, and the one to download releases from."""
 
 import json
+from typing import Any
 
 from . import hosts
 from .http_message import Request, Response
 
-BIND_TOKEN = "demo-bind-token"
-WALLET = "0x52908400098527886E0F7030069857D2E4169EE7"
-Members = dict[str, str]
+MANIFEST = '{"version":"0.2.0","dmgUrl":"https://%s%s","channel":"stable"}'
+IMAGE = "/Morvane-Connector-0.2.0.dmg"
 
 
 class Relay:
     """Binds connectors to wallets, by wallet or by one-time token."""
 
     def __init__(self) -> None:
-        self.tokens = {BIND_TOKEN: WALLET}  # the wallet that each was shown to
-        self.spent: dict[str, str] = {}  # the connector that claimed each
-        self.bindings: dict[str, Members] = {}  # by connector: pending_signature, authorized
-        self._routes = {"GET /api/security/config": self._configuration,
-                        "POST /api/connector/bind": self._bind,
-                        "GET /api/connector/bind-status": self._bind_status,
-                        "POST /api/connector/claim-token": self._claim_token}
+        # The wallet that each token was shown to, and the connector that claimed it.
+        self.tokens = {"demo-bind-token": "0x52908400098527886E0F7030069857D2E4169EE7"}
+        self._claims: dict[str, str] = {}
+        self._bindings: dict[str, dict[str, str]] = {}
 
     def handle(self, request: Request) -> Response:
-        route = self._routes.get(f"{request.method} {request.path}")
-        if route is None:
-            return Response.of_json(_error("not_found"), 404)
         try:
             sent = json.loads(request.body) if request.body else request.parameters
-            return Response.of_json(route(sent, request.header("x-morvane-wallet")))
+            return Response.of_json(self._answer(request, sent))
         except (ValueError, LookupError, TypeError):
             return Response.of_json(_error("invalid_request"), 400)
 
     def authorize(self) -> int:
         """The wallets' owners sign; returns how many bindings that changed."""
-        waiting = [one for one in self.bindings.values() if one["bindState"] != "authorized"]
+        waiting = [one for one in self._bindings.values() if one["bindState"] != "authorized"]
         for binding in waiting:
             binding["bindState"] = "authorized"
         return len(waiting)
 
-    def _configuration(self, _sent, _wallet) -> Members:
-        return {"status": "ok", "relay": "sandbox", "minConnectorVersion": "0.1.0"}
-
-    def _bind(self, sent: Members, _wallet) -> Members:
-        return self._begin(sent["connectorId"], sent["wallet"])
-
-    def _claim_token(self, sent: Members, _wallet) -> Members:
-        if sent["token"] not in self.tokens:
+    def _answer(self, request: Request, sent: dict[str, str]) -> dict[str, Any]:
+        action = request.path.rpartition("/")[2]
+        if action == "config":
+            return {"status": "ok", "relay": "sandbox", "minConnectorVersion": "0.1.0"}
+        connector, token = sent["connectorId"], sent.get("token")
+        binding = self._bindings.get(connector, {})
+        if action == "bind-status":
+            known = binding and binding["wallet"] == request.header("x-morvane-wallet")
+            return {"status": "ok", **binding} if known else _error("session_missing")
+        if action == "claim-token" and token not in self.tokens:
             return _error("token_invalid")
-        if self.spent.setdefault(sent["token"], sent["connectorId"]) != sent["connectorId"]:
+        if action == "claim-token" and self._claims.setdefault(token, connector) != connector:
             return _error("token_spent")
-        return self._begin(sent["connectorId"], self.tokens[sent["token"]])
-
-    def _bind_status(self, sent: Members, wallet) -> Members:
-        binding = self.bindings.get(sent["connectorId"])
-        if binding is None or wallet != binding["wallet"]:
-            return _error("session_missing")
-        return {"status": "ok", **binding}
-
-    def _begin(self, connector: str, wallet: str) -> Members:
-        """The connector's binding to that wallet, a new one unless it is there already."""
-        binding = self.bindings.get(connector)
-        if binding is None or binding["wallet"] != wallet:
-            binding = self.bindings[connector] = {
+        wallet = self.tokens[token] if action == "claim-token" else sent["wallet"]
+        if binding.get("wallet") != wallet:
+            binding = self._bindings[connector] = {
                 "connectorId": connector, "wallet": wallet, "bindState": "pending_signature"}
         state = binding["bindState"]
         return {"status": "ok" if state == "authorized" else state, **binding}
@@ -72,21 +58,18 @@ class Downloads:
     """All of it may be changed: the manifest, images by path, new locations by path."""
 
     def __init__(self) -> None:
-        image = "/Morvane-Connector-0.2.0.dmg"
-        self.manifest = b'{"version":"0.2.0","dmgUrl":"https://%s%s","channel":"stable"}' % (
-            hosts.DOWNLOAD.encode(), image.encode())
-        self.images = {image: bytes(range(256)) * 768}
+        self.manifest = (MANIFEST % (hosts.DOWNLOAD, IMAGE)).encode()
+        self.images = {IMAGE: bytes(range(256)) * 768}
         self.redirects: dict[str, str] = {}
 
     def handle(self, request: Request) -> Response:
         if request.path in self.redirects:
             return Response(302, headers=[("Location", self.redirects[request.path])])
-        if request.path == "/current/manifest.json":
-            return Response(200, self.manifest)
-        if request.path in self.images:
-            return Response(200, self.images[request.path], "application/x-apple-diskimage")
+        served = {"/current/manifest.json": self.manifest, **self.images}
+        if request.path in served:
+            return Response(200, served[request.path])
         return Response(404, b"not found\n", "text/plain")
 
 
-def _error(reason: str) -> Members:
+def _error(reason: str) -> dict[str, Any]:
     return {"status": "error", "reason": reason}

@@ -67,9 +67,12 @@ class _Connection(BaseHTTPRequestHandler):
             target = target[len("http://") + len(url.netloc):] or "/"
         self.close_connection = True
         if host in hosts.BY_SCHEME[scheme]:
-            headers = [(name, _text(value)) for name, value in self.headers.items()]
+            # What http.server read as Latin-1 becomes the text that it is.
+            target, *values = (wire_text(text.encode("latin-1"))
+                               for text in (target, *self.headers.values()))
+            headers = list(zip(self.headers.keys(), values))
             body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
-            request = Request(scheme, host, self.command, _text(target), headers, body)
+            request = Request(scheme, host, self.command, target, headers, body)
             response, fault = self.server.world.handle(request)
             self._deliver(response, fault or Fault(host))
 
@@ -82,8 +85,3 @@ class _Connection(BaseHTTPRequestHandler):
             self.connection.sendall(response.head(None if endless else len(body)) + sent)
         while endless and not self.server.closing.is_set():
             self.connection.sendall(body)
-
-
-def _text(latin: str) -> str:
-    """What http.server read as Latin-1, as the text that it is."""
-    return wire_text(latin.encode("latin-1"))

@@ -7,8 +7,13 @@ from typing import Optional
 
 from . import hosts
 from .account import MARKS, Account
-from .exchanges import EXCHANGES
+from .exchanges.bingx import Bingx
+from .exchanges.bitget import Bitget
+from .exchanges.bybit import Bybit
 from .exchanges.exchange import ApiKey
+from .exchanges.gate import Gate
+from .exchanges.kucoin import Kucoin
+from .exchanges.okx import Okx
 from .http_message import Fault, Request, Response, take_fault
 from .platform_hosts import Downloads, Relay
 
@@ -32,7 +37,8 @@ class World:
             self.requests: list[Request] = []
             self.faults: list[Fault] = []
             self.relay, self.downloads = Relay(), Downloads()
-            self._exchanges = {kind.name: kind() for kind in EXCHANGES}
+            self._exchanges = {kind.name: kind() for kind in
+                               (Bybit, Okx, Gate, Bingx, Kucoin, Bitget)}
             self._services = {hosts.RELAY: self.relay.handle, hosts.CONTROL: self._control,
                               hosts.DOWNLOAD: self.downloads.handle}
             for name, exchange in self._exchanges.items():
@@ -55,26 +61,18 @@ class World:
 
     def _control(self, request: Request) -> Response:
         """The sandbox's own switches; each answers with a line about what it did."""
-        switch, *words = request.path.strip("/").split("/")
-        switches = {"authorize": self._authorize, "fill": self._fill, "mark": self._mark}
-        try:
-            return Response(200, switches[switch](*words).encode() + b"\n", "text/plain")
-        except (LookupError, TypeError):
-            return Response(404, SWITCHES.encode(), "text/plain")
-
-    def _authorize(self) -> str:
-        return f"{self.relay.authorize()} bindings"
-
-    def _fill(self, exchange: str, order_id: str) -> str:
-        account = self.account(exchange)
-        order = account.orders[order_id]
-        if order.state == "open":
-            account.fill(order, order.price)
-        return f"{order.state} {order.id}"
-
-    def _mark(self, coin: str, price: str) -> str:
-        if coin not in MARKS or not re.fullmatch(r"[0-9]+(\.[0-9]+)?", price):
-            raise LookupError(coin, price)
-        for exchange in self._exchanges.values():
-            exchange.account.set_mark(coin, Decimal(price))
-        return f"{coin} {price}"
+        words = request.path.strip("/").split("/")
+        text = SWITCHES
+        if words == ["authorize"]:
+            text = f"{self.relay.authorize()} bindings\n"
+        elif words[0] == "fill" and len(words) == 3 and words[1] in self._exchanges:
+            account = self.account(words[1])
+            order = account.orders.get(words[2])
+            if order and order.state == "open":
+                account.fill(order, order.price)
+            text = f"{order.state if order else 'unknown'} {words[2]}\n"
+        elif re.fullmatch(rf"/mark/({'|'.join(MARKS)})/[0-9]+(\.[0-9]+)?", request.path):
+            for exchange in self._exchanges.values():
+                exchange.account.set_mark(words[1], Decimal(words[2]))
+            text = f"{words[1]} {words[2]}\n"
+        return Response(404 if text == SWITCHES else 200, text.encode(), "text/plain")

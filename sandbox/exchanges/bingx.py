@@ -1,5 +1,6 @@
 """BingX, swap API v2 and v3: perpetuals whose requests are signed in the query."""
 
+from ..http_message import wire_bytes
 from .exchange import Exchange, mac
 
 SWAP = "/openApi/swap"
@@ -19,27 +20,28 @@ class Bingx(Exchange):
     names = {"order": "orderId"}
     words = {"buy": "BUY", "sell": "SELL", "long": "LONG", "short": "SHORT", "open": "NEW",
              "filled": "FILLED", "cancelled": "CANCELLED"}
-    errors = {
-        "key": (200, 100413, "Incorrect apiKey"),
-        "time": (200, 100421, "Null timestamp or timestamp mismatch, try to run our sample code"),
-        "sign": (200, 100001, "Signature verification failed due to signature mismatch"),
-        "invalid": (200, 109400, "Invalid parameters, err:{}"),
-        "symbol": (200, 109425, "SYMBOL not exist, please verify it in api"),
-        "unknown_order": (200, 109421, "order does not exist"),
-        "cancel": (200, 109421, "order does not exist"),
-    }
+    errors = """
+        key 200 100413 Incorrect apiKey
+        time 200 100421 Null timestamp or timestamp mismatch, try to run our sample code
+        sign 200 100001 Signature verification failed due to signature mismatch
+        invalid 200 109400 Invalid parameters, err:{}
+        symbol 200 109425 SYMBOL not exist, please verify it in api
+        unknown_order 200 109421 order does not exist
+        cancel 200 109421 order does not exist
+    """
     balance_fields = "asset='USDT' balance equity availableMargin=available"
-    position_fields = (
-        "symbol=contract.symbol positionSide=side positionAmt=size avgPrice=entry_price "
-        "markPrice=contract.mark leverage=#leverage margin unrealizedProfit=unrealised "
-        "realisedProfit=realised createTime=opened_ms updateTime=updated_ms")
-    order_fields = (
-        "symbol=contract.symbol orderId=#id type='LIMIT' side positionSide=position_side price "
-        "origQty=quantity executedQty=filled avgPrice=average commission=-fee status=state "
-        "time=created_ms updateTime=updated_ms")
+    position_fields = """symbol=contract.symbol positionSide=side positionAmt=size
+        avgPrice=entry_price markPrice=contract.mark leverage=#leverage margin
+        unrealizedProfit=unrealised realisedProfit=realised createTime=#opened_ms
+        updateTime=#updated_ms"""
+    order_fields = """symbol=contract.symbol orderId=#id type='LIMIT' side
+        positionSide=position_side price origQty=quantity executedQty=filled avgPrice=average
+        commission=-fee status=state time=#created_ms updateTime=#updated_ms"""
+    shapes = {"balance": lambda row: {"balance": row}, "balance_list": lambda row: [row],
+              "order": lambda row: {"order": row}, "cancel": lambda row: {"order": row}}
     hedged = True
     start_quantity = "0.01"
-    time = int
+    balance_list = Exchange.balance
 
     def credential(self, request, part):
         """All but the key are in the query, the signature last."""
@@ -49,19 +51,8 @@ class Bingx(Exchange):
             request.header("X-BX-APIKEY") or ""
 
     def sign(self, request, key, _time):
-        return mac("sha256", key.secret, request.query.rpartition("&signature=")[0]).hex()
+        signed = request.query.rpartition("&signature=")[0]
+        return mac("sha256", key, wire_bytes(signed)).hex()
 
     def envelope(self, code, text, data):
-        return {"code": code, "msg": text, **({} if data is None else {"data": data})}
-
-    def balance(self, call):
-        return {"balance": super().balance(call)}
-
-    def balance_list(self, call):
-        return [super().balance(call)]
-
-    def order(self, call):
-        return {"order": super().order(call)}
-
-    def cancel(self, call):
-        return {"order": super().cancel(call)}
+        return {"code": int(code), "msg": text, **({} if data is None else {"data": data})}

@@ -2,9 +2,9 @@
 
 import uuid
 
-from ..account import Refused, now_ms
+from ..account import now_ms
 from ..http_message import wire_bytes
-from .exchange import Exchange, mac, plain
+from .exchange import Exchange, mac
 
 
 class Bybit(Exchange):
@@ -28,51 +28,45 @@ class Bybit(Exchange):
     words = {"buy": "Buy", "sell": "Sell", "long": "Buy", "short": "Sell", "open": "New",
              "filled": "Filled", "cancelled": "Cancelled", "funding": "SETTLEMENT",
              "trade": "TRADE"}
-    ok = (0, "OK")
-    nothing: dict = {}
-    errors = {
-        "key": (200, 10003, "API key is invalid."),
-        "time": (200, 10002, "invalid request, please check your server timestamp or recv_window "
-                             "param."),
-        "sign": (200, 10004, "Error sign, please check your signature generation algorithm"),
-        "permission": (200, 10005, "Permission denied, please check your API key permissions."),
-        "invalid": (200, 10001, "params error: {} invalid"),
-        "cancel": (200, 110001, "order not exists or too late to cancel"),
-        "no_balance": (200, 110007, "ab not enough for new order"),
-        "no_position": (200, 110017, "current position is zero, cannot fix reduce-only order qty"),
-        "same_leverage": (200, 110043, "leverage not modified"),
-    }
-    coin_fields = ("coin='USDT' walletBalance=balance totalOrderIM=order_margin "
-                   "totalPositionIM=position_margin")
+    ok = ("0", "OK")
+    errors = """
+        key 200 10003 API key is invalid.
+        time 200 10002 invalid request, please check your server timestamp or recv_window param.
+        sign 200 10004 Error sign, please check your signature generation algorithm
+        permission 200 10005 Permission denied, please check your API key permissions.
+        invalid 200 10001 params error: {} invalid
+        cancel 200 110001 order not exists or too late to cancel
+        no_balance 200 110007 ab not enough for new order
+        no_position 200 110017 current position is zero, cannot fix reduce-only order qty
+        same_leverage 200 110043 leverage not modified
+    """
+    coin_fields = """coin='USDT' walletBalance=balance totalOrderIM=order_margin
+        totalPositionIM=position_margin"""
     balance_fields = "accountType='UNIFIED' totalEquity=equity totalAvailableBalance=available"
-    position_fields = (
-        "symbol=contract.symbol side size avgPrice=entry_price markPrice=contract.mark leverage "
-        "positionIM=margin unrealisedPnl=unrealised curRealisedPnl=realised "
-        "createdTime=opened_ms updatedTime=updated_ms")
-    order_fields = (
-        "orderId=id symbol=contract.symbol orderType='Limit' side price qty=quantity "
-        "cumExecQty=filled avgPrice=average cumExecFee=fee orderStatus=state "
-        "createdTime=created_ms updatedTime=updated_ms")
+    position_fields = """symbol=contract.symbol side size avgPrice=entry_price
+        markPrice=contract.mark leverage positionIM=margin unrealisedPnl=unrealised
+        curRealisedPnl=realised createdTime=opened_ms updatedTime=updated_ms"""
+    order_fields = """orderId=id symbol=contract.symbol orderType='Limit' side price qty=quantity
+        cumExecQty=filled avgPrice=average cumExecFee=fee orderStatus=state createdTime=created_ms
+        updatedTime=updated_ms"""
     done_fields = "orderId=id"
-    ledger_fields = (
-        "symbol=contract.symbol transactionTime=time_ms currency='USDT' type=kind "
-        "fee change cashBalance=balance side=order.side orderId=order.id qty=quantity "
-        "tradePrice=order.average")
-    closing_fields = (
-        "symbol=contract.symbol orderId=order.id side=order.side closedSize=quantity "
-        "avgEntryPrice=entry_price avgExitPrice=order.average openFee=open_fee "
-        "closeFee=fee closedPnl=realised updatedTime=time_ms")
-    shows_empty = logs_one_day = True
-    demo_keys = {"": {}, "-read": {"can_trade": False}, "-withdraw": {"can_withdraw": True}}
+    ledger_fields = """symbol=contract.symbol transactionTime=time_ms currency='USDT' type=kind
+        funding cashFlow=profit fee change cashBalance=balance side=order.side orderId=order.id
+        qty=quantity tradePrice=order.average"""
+    closing_fields = """symbol=contract.symbol orderId=order.id side=order.side closedSize=quantity
+        avgEntryPrice=entry_price avgExitPrice=order.average openFee=open_fee closeFee=fee
+        closedPnl=realised updatedTime=time_ms"""
+    logs_one_day = True
+    demo_keys = {"bybit-read": {"can_trade": False}, "bybit-withdraw": {"can_withdraw": True}}
 
     def sign(self, request, key, time):
         window = request.header("X-BAPI-RECV-WINDOW") or ""
         signed = wire_bytes(request.query) if request.method == "GET" else request.body
-        return mac("sha256", key.secret, time, key.key, window, signed).hex()
+        return mac("sha256", key, wire_bytes(time + key.key + window) + signed).hex()
 
     def envelope(self, code, text, data):
-        result = {"list": data} if isinstance(data, list) else data
-        return {"retCode": code, "retMsg": text, "result": result, "time": now_ms()}
+        result = {"list": data} if isinstance(data, list) else data or {}
+        return {"retCode": int(code), "retMsg": text, "result": result, "time": now_ms()}
 
     def new_order_id(self):
         return str(uuid.uuid4())
@@ -91,12 +85,3 @@ class Bybit(Exchange):
         return [self.fields(self.order_fields, order) for order in self.account.orders.values()
                 if order.contract is contract
                 and (order.id == wanted if wanted else order.state == "open")]
-
-    def leverage(self, call):
-        if call.number("leverage") == self.asked_position(call).leverage:
-            raise Refused("same_leverage")
-        return super().leverage(call)
-
-    def ledger_row(self, entry):
-        amount = "cashFlow" if entry.order else "funding"
-        return {**self.fields(self.ledger_fields, entry), amount: plain(entry.profit)}

@@ -13,10 +13,10 @@ import re
 from dataclasses import dataclass
 from decimal import Decimal
 from operator import attrgetter
-from typing import Any, Callable, Optional, Union
+from typing import Any, Callable, Optional
 
 from .. import hosts
-from ..account import Account, Entry, Order, Position, Refused, now_ms
+from ..account import Account, Order, Position, Refused, now_ms
 from ..http_message import Request, Response, wire_bytes
 
 
@@ -71,25 +71,27 @@ class Exchange:
     window_ms = (5000, 5000)  # how far behind its clock a request may be, and how far ahead
     names: dict[str, str] = {}  # of parameters, where it does not use our words
     words = {"buy": "buy", "sell": "sell"}  # and of sides, states, kinds of entries
-    ok: tuple[Any, str] = (0, "")  # code and text of a success
-    nothing: Any = None  # the data of a refusal
-    # HTTP status, code and text of a reason, or of a reason and what it is about, which is {}.
-    # A reason that is not there is refused as "invalid".
-    errors: dict[str, tuple[int, Any, str]] = {}
+    ok = ("0", "")  # code and text of a success
+    # A reason, or a reason and what it is about; HTTP status, code, and text with that for {}.
+    # What is not there is refused as "invalid".
+    errors = ""
     balance_fields = position_fields = order_fields = done_fields = leverage_fields = ""
     ledger_fields = closing_fields = ""
-    shows_empty = False  # whether a contract without a position has a row all the same
-    orders_have_symbols = True  # whether an order is asked for with its contract
+    shapes: dict[str, Callable[[Any], Any]] = {}  # what becomes of the data of an operation
     logs_one_day = False  # whether its log covers a day from the start, of every contract
     reports_trades = False  # whether its report of closings has what opened a position, too
-    demo_keys: dict[str, dict[str, Any]] = {"": {}}  # what is special, by what is in their names
-    time: Callable[[int], Any] = str  # how it writes a time, which we have in milliseconds
+    demo_keys: dict[str, dict[str, Any]] = {}  # by what stands in the name, what is special
+    signed_sizes = False  # whether a size below zero sells
+    unit_ms = 1  # of its times
 
     def __init__(self) -> None:
-        phrases = ("demo-passphrase", "Пароль") if "passphrase" in self.credentials else ("", "")
-        self.keys = [ApiKey(f"demo-{self.name}{kind}-key", f"demo-{self.name}{kind}-secret",
-                            phrases[0], **traits) for kind, traits in self.demo_keys.items()]
+        wants_passphrase = "passphrase" in self.credentials
+        phrases = ("demo-passphrase", "Пароль") if wants_passphrase else ("", "")
+        self.keys = [ApiKey(f"demo-{name}-key", f"demo-{name}-secret", phrases[0], **traits)
+                     for name, traits in {self.name: {}, **self.demo_keys}.items()]
         self.keys.append(ApiKey("clé-Größe-鍵", "Schlüssel-秘密", phrases[1]))
+        self._errors = {row.split()[0]: row.split(None, 3)[1:]
+                        for row in self.errors.strip().splitlines()}
         self._ids = itertools.count(2_519_700_000_000_000_001)
         self.account = Account(self.contracts, self.new_order_id)
         for price in ("50000", "45000") if self.start_quantity else ():
@@ -100,17 +102,22 @@ class Exchange:
     def handle(self, request: Request) -> Response:
         try:
             key = self._authenticate(request)
-            operation, path_names = self._route(request)
             if request.method != "GET" and not key.can_trade:
                 raise Refused("permission")
-            data = getattr(self, operation)(Call(request, path_names, self.names, key))
-            return Response.of_json(self.envelope(*self.ok, data))
+            for pattern, operation in self.routes.items():
+                match = re.fullmatch(pattern, f"{request.method} {request.path}")
+                if match:
+                    call = Call(request, match.groupdict(), self.names, key)
+                    data = getattr(self, operation)(call)
+                    data = self.shapes.get(operation, lambda whole: whole)(data)
+                    return Response.of_json(self.envelope(*self.ok, data))
+            raise Refused("invalid", "path")
         except Refused as refused:
             about = refused.detail or self.names.get(refused.reason, refused.reason)
-            status, code, text = self.errors.get(f"{refused.reason} {about}") or \
-                self.errors.get(refused.reason) or self.errors["invalid"]
-            text = text.replace("{}", about)
-            return Response.of_json(self.envelope(code, text, self.nothing), status)
+            status, code, text = self._errors.get(f"{refused.reason}/{about}") or \
+                self._errors.get(refused.reason) or self._errors["invalid"]
+            text = " ".join(text.replace("{}", about).split())
+            return Response.of_json(self.envelope(code, text, None), int(status))
 
     def envelope(self, code: Any, text: str, data: Any) -> Any:
         return {"code": code, "msg": text} if data is None else {"code": code, "data": data}
@@ -123,7 +130,7 @@ class Exchange:
     def position(self, call: Call) -> Any:
         symbol = call.text("symbol", "")
         held = [one for one in self.account.held if symbol in ("", one.contract.symbol)]
-        if self.shows_empty and not held:
+        if symbol and not held and not self.hedged:
             held = [self.account.position(self.account.contract(symbol))]
         return [self.fields(self.position_fields, one) for one in held]
 
@@ -139,35 +146,40 @@ class Exchange:
         position, leverage = self.asked_position(call), call.number("leverage")
         if not 1 <= leverage <= 100:
             raise Refused("leverage")
+        if leverage == position.leverage and "same_leverage" in self._errors:
+            raise Refused("same_leverage")
         position.leverage = leverage
         return self.fields(self.leverage_fields, position)
 
     def place(self, call: Call) -> Any:
         position = self.asked_position(call)
-        buy, quantity = self.asked_quantity(call)
-        order = self.account.place(position.contract, buy, quantity, call.number("price"),
-                                   call.text("reduce_only", "") == "True", position.position_side)
+        side, quantity = call.text("side", ""), call.number("quantity")
+        if self.signed_sizes:
+            side, quantity = ("buy" if quantity > 0 else "sell"), abs(quantity)
+        if side not in (self.words["buy"], self.words["sell"]):
+            raise Refused("invalid", "side")
+        order = self.account.place(
+            position.contract, side == self.words["buy"], quantity, call.number("price"),
+            call.text("reduce_only", "") == "True", position.position_side)
         return self.fields(self.done_fields or self.order_fields, order)
 
     def funding(self, call: Call) -> Any:
         since = self.moment_ms(call.text("since", "0"))
         until = since + DAY_MS if self.logs_one_day else now_ms()
         symbol, kind = call.text("symbol"), call.text("type", "")
-        rows = [self.ledger_row(entry) for entry in self.account.ledger
+        rows = [self.fields(self.ledger_fields, entry) for entry in self.account.ledger
                 if since <= entry.time_ms <= until
                 and (self.logs_one_day or symbol == entry.contract.symbol)]
-        return self._newest(call, [row for row in rows if kind in ("", row["type"])])
+        rows = [row for row in rows if kind in ("", row["type"])]
+        return rows[::-1][:int(call.text("limit"))]
 
     def closings(self, call: Call) -> Any:
         contract = self.account.contract(call.text("symbol"))
-        return self._newest(call, [
-            self.fields(self.closing_fields, entry) for entry in self.account.ledger
-            if entry.contract is contract and (entry.closes or self.reports_trades and entry.order)])
+        rows = [self.fields(self.closing_fields, one) for one in self.account.ledger
+                if one.contract is contract and (one.closes or self.reports_trades and one.order)]
+        return rows[::-1][:int(call.text("limit", "100"))]
 
     # What they are made of, as it usually is.
-
-    def ledger_row(self, entry: Entry) -> dict[str, Any]:
-        return self.fields(self.ledger_fields, entry)
 
     def fields(self, table: str, record: Any) -> dict[str, Any]:
         pairs = (field.partition("=") for field in table.split())
@@ -176,13 +188,6 @@ class Exchange:
     def asked_position(self, call: Call) -> Position:
         return self.account.position(self.account.contract(call.text("symbol")),
                                      call.text("position_side") if self.hedged else "")
-
-    def asked_quantity(self, call: Call) -> tuple[bool, Decimal]:
-        """Whether an order buys, and how much."""
-        side = call.text("side")
-        if side not in (self.words["buy"], self.words["sell"]):
-            raise Refused("invalid", "side")
-        return side == self.words["buy"], call.number("quantity")
 
     def new_order_id(self) -> str:
         return str(next(self._ids))
@@ -195,10 +200,11 @@ class Exchange:
 
     def moment_ms(self, text: str) -> int:
         """Of the time in a request; -1 when it is none."""
-        return int(text) if re.fullmatch(r"[0-9]{1,19}", text) else -1
+        return int(text) * self.unit_ms if re.fullmatch(r"[0-9]{1,19}", text) else -1
 
     def sign(self, request: Request, key: ApiKey, time: str) -> str:
-        return base64_mac(key.secret, time, request.method, request.target, request.body)
+        message = wire_bytes(time + request.method + request.target) + request.body
+        return base64_mac(key, message)
 
     def passphrase(self, _request: Request, key: ApiKey) -> str:
         return key.passphrase
@@ -221,13 +227,9 @@ class Exchange:
 
     def _asked_order(self, call: Call, *refusal: str) -> Order:
         order = self.account.orders.get(call.text("order"))
-        if not order or \
-                self.orders_have_symbols and call.text("symbol") != order.contract.symbol:
+        if not order or call.text("symbol", order.contract.symbol) != order.contract.symbol:
             raise Refused(*refusal)
         return order
-
-    def _newest(self, call: Call, rows: list[Any]) -> list[Any]:
-        return rows[::-1][:int(call.text("limit", "100"))]
 
     def _value(self, word: str, record: Any) -> Any:
         if word.startswith("'"):
@@ -236,31 +238,20 @@ class Exchange:
             value = attrgetter(word.lstrip("#-"))(record)
         except AttributeError:
             return ""
-        if word.endswith("_ms"):
-            return self.time(value)
         if word.startswith("#"):
-            return int(value) if int(value) == Decimal(value) else float(value)
+            number = Decimal(value) / (self.unit_ms if word.endswith("_ms") else 1)
+            return int(number) if number == int(number) else float(number)
         if isinstance(value, Decimal):
             return plain(-value if word.startswith("-") else value)
-        return self.words.get(value, value)
-
-    def _route(self, request: Request) -> tuple[str, dict[str, str]]:
-        for pattern, operation in self.routes.items():
-            match = re.fullmatch(pattern, f"{request.method} {request.path}")
-            if match:
-                return operation, match.groupdict()
-        raise Refused("invalid", "path")
+        return self.words.get(value, str(value))
 
 
-def mac(algorithm: str, secret: str, *pieces: Union[str, bytes]) -> bytes:
-    """HMAC of what the pieces are on the wire, one after another."""
-    message = b"".join(wire_bytes(piece) if isinstance(piece, str) else piece
-                       for piece in pieces)
-    return hmac.new(wire_bytes(secret), message, algorithm).digest()
+def mac(algorithm: str, key: ApiKey, message: bytes) -> bytes:
+    return hmac.new(wire_bytes(key.secret), message, algorithm).digest()
 
 
-def base64_mac(secret: str, *pieces: Union[str, bytes]) -> str:
-    return base64.b64encode(mac("sha256", secret, *pieces)).decode("ascii")
+def base64_mac(key: ApiKey, message: bytes) -> str:
+    return base64.b64encode(mac("sha256", key, message)).decode("ascii")
 
 
 def plain(value: Decimal) -> str:

@@ -3,6 +3,7 @@
 import hashlib
 
 from ..account import Order
+from ..http_message import wire_bytes
 from .exchange import Exchange, mac
 
 BASE = "/api/v4/futures/usdt"
@@ -23,62 +24,47 @@ class Gate(Exchange):
     }
     credentials = {"key": "KEY", "time": "Timestamp", "sign": "SIGN"}
     window_ms = (60_000, 60_000)
+    unit_ms = 1000
     names = {"symbol": "contract", "quantity": "size", "since": "from"}
-    words = {"funding": "fund", "trade": "pnl"}
-    errors = {
-        "no_header": (400, "MISSING_REQUIRED_HEADER", "Missing required header: {}"),
-        "time": (403, "REQUEST_EXPIRED", "gap between request Timestamp and server time exceeds "
-                                         "60"),
-        "key": (401, "INVALID_KEY", "Invalid key provided"),
-        "sign": (401, "INVALID_SIGNATURE", "Signature mismatch"),
-        "bad_body": (400, "INVALID_REQUEST_BODY", "Invalid request body"),
-        "missing": (400, "MISSING_REQUIRED_PARAM", "Missing required parameter: {}"),
-        "invalid": (400, "INVALID_PARAM_VALUE", "Invalid parameter value: {}"),
-        "symbol": (400, "CONTRACT_NOT_FOUND", "contract not found"),
-        "no_balance": (400, "INSUFFICIENT_AVAILABLE", "insufficient available balance"),
-        "no_position": (400, "POSITION_EMPTY", "empty position"),
-        "unknown_order": (404, "ORDER_NOT_FOUND", "order not found"),
-        "cancel unknown": (404, "ORDER_NOT_FOUND", "order not found"),
-        "cancel": (400, "ORDER_FINISHED", "order already finished"),
-    }
+    words = {"buy": "buy", "sell": "sell", "funding": "fund", "trade": "pnl"}
+    errors = """
+        no_header 400 MISSING_REQUIRED_HEADER Missing required header: {}
+        time 403 REQUEST_EXPIRED gap between request Timestamp and server time exceeds 60
+        key 401 INVALID_KEY Invalid key provided
+        sign 401 INVALID_SIGNATURE Signature mismatch
+        bad_body 400 INVALID_REQUEST_BODY Invalid request body
+        missing 400 MISSING_REQUIRED_PARAM Missing required parameter: {}
+        invalid 400 INVALID_PARAM_VALUE Invalid parameter value: {}
+        symbol 400 CONTRACT_NOT_FOUND contract not found
+        no_balance 400 INSUFFICIENT_AVAILABLE insufficient available balance
+        no_position 400 POSITION_EMPTY empty position
+        unknown_order 404 ORDER_NOT_FOUND order not found
+        cancel/unknown 404 ORDER_NOT_FOUND order not found
+        cancel 400 ORDER_FINISHED order already finished
+    """
     balance_fields = "currency='USDT' total=balance available"
-    position_fields = leverage_fields = (
-        "contract=contract.symbol size=#quantity entry_price leverage margin "
-        "mark_price=contract.mark unrealised_pnl=unrealised realised_pnl=realised "
-        "open_time=opened_ms update_time=updated_ms")
-    order_fields = (
-        "id=#id contract=contract.symbol price fill_price=average tif='gtc' size=#signed "
-        "left=#signed status=state create_time=created_ms")
-    closing_fields = (
-        "create_time=time_ms contract=contract.symbol order_id=order.id price=order.average fee "
-        "size=#signed")
-    ledger_fields = "time=time_ms type=kind contract=contract.symbol change balance"
-    orders_have_symbols = False
-    reports_trades = True
+    position_fields = leverage_fields = """contract=contract.symbol size=#quantity entry_price
+        leverage margin mark_price=contract.mark unrealised_pnl=unrealised realised_pnl=realised
+        open_time=#opened_ms update_time=#updated_ms"""
+    order_fields = """id=#id contract=contract.symbol price fill_price=average tif='gtc'
+        size=#signed left=#signed status=state create_time=#created_ms"""
+    closing_fields = """create_time=#time_ms contract=contract.symbol order_id=order.id
+        price=order.average fee size=#signed"""
+    ledger_fields = "time=#time_ms type=kind contract=contract.symbol change balance"
+    signed_sizes = reports_trades = True
 
     def sign(self, request, key, time):
         body = hashlib.sha512(request.body).hexdigest()
         lines = (request.method, request.path, request.query, body, time)
-        return mac("sha512", key.secret, "\n".join(lines)).hex()
-
-    def moment_ms(self, text):
-        return super().moment_ms(text) * 1000
+        return mac("sha512", key, wire_bytes("\n".join(lines))).hex()
 
     def envelope(self, code, text, data):
-        return {"label": code, "message": text} if code else data
-
-    def time(self, moment_ms):
-        return moment_ms / 1000
+        return {"label": code, "message": text} if code != "0" else data
 
     def fields(self, table, record):
         """A finished order also tells how it ended, and when."""
         row = super().fields(table, record)
         if isinstance(record, Order) and record.state != "open":
             row.update(status="finished", finish_as=record.state, left=0 if record.filled
-                       else row["size"], finish_time=self.time(record.updated_ms))
+                       else row["size"], finish_time=record.updated_ms / 1000)
         return row
-
-    def asked_quantity(self, call):
-        """A size below zero sells."""
-        size = call.number("quantity")
-        return size > 0, abs(size)

@@ -31,47 +31,42 @@ class Okx(Exchange):
     words = {"buy": "buy", "sell": "sell", "open": "live", "cancelled": "canceled",
              "funding": "8", "trade": "2"}
     ok = ("0", "")
-    nothing: list = []
-    errors = {
-        "no_header": (401, "50106", "Request header \"OK-ACCESS-SIGN\" can't be empty"),
-        "key": (401, "50111", "Invalid OK-ACCESS-KEY"),
-        "key elsewhere": (401, "50119", "API key doesn't exist"),
-        "time": (401, "50102", "Timestamp request expired"),
-        "passphrase": (401, "50105", "Request header \"OK-ACCESS-PASSPHRASE\" incorrect"),
-        "sign": (401, "50113", "Invalid signature."),
-        "bad_body": (400, "50002", "JSON syntax error"),
-        "missing": (400, "50014", "Parameter {} can not be empty"),
-        "missing ordId": (400, "51003", "Either client order ID or order ID is required."),
-        "invalid": (400, "51000", "Parameter {} error"),
-        "symbol": (200, "51001", "Instrument ID doesn't exist."),
-        "no_balance": (200, "51008", "Order failed. Insufficient USDT margin in account"),
-        "quantity": (200, "51121", "Order quantity must be a multiple of the lot size."),
-        "no_position": (200, "51169", "Order failed because you don't have any positions in this "
-                                      "direction to reduce or close."),
-        "cancel": (200, "51400", "Cancellation failed as the order has been filled, canceled or "
-                                 "does not exist."),
-        "unknown_order": (200, "51603", "Order does not exist"),
-    }
+    errors = """
+        no_header 401 50106 Request header "OK-ACCESS-SIGN" can't be empty
+        key 401 50111 Invalid OK-ACCESS-KEY
+        key/elsewhere 401 50119 API key doesn't exist
+        time 401 50102 Timestamp request expired
+        passphrase 401 50105 Request header "OK-ACCESS-PASSPHRASE" incorrect
+        sign 401 50113 Invalid signature.
+        bad_body 400 50002 JSON syntax error
+        missing 400 50014 Parameter {} can not be empty
+        missing/ordId 400 51003 Either client order ID or order ID is required.
+        invalid 400 51000 Parameter {} error
+        symbol 200 51001 Instrument ID doesn't exist.
+        no_balance 200 51008 Order failed. Insufficient USDT margin in account
+        quantity 200 51121 Order quantity must be a multiple of the lot size.
+        no_position 200 51169 Order failed because you don't have any positions in this \
+            direction to reduce or close.
+        cancel 200 51400 Cancellation failed as the order has been filled, canceled or does \
+            not exist.
+        unknown_order 200 51603 Order does not exist
+    """
     coin_fields = "ccy='USDT' eq=equity cashBal=balance availEq=available"
-    position_fields = (
-        "instId=contract.symbol posSide=side pos=size avgPx=entry_price markPx=contract.mark "
-        "lever=leverage mgnMode='isolated' margin upl=unrealised realizedPnl=realised "
-        "cTime=opened_ms uTime=updated_ms")
-    order_fields = (
-        "ordId=id instId=contract.symbol ordType='limit' side posSide=position_side px=price "
-        "sz=quantity accFillSz=filled avgPx=average fee=-fee state cTime=created_ms "
-        "uTime=updated_ms")
+    position_fields = """instId=contract.symbol posSide=side pos=size avgPx=entry_price
+        markPx=contract.mark lever=leverage mgnMode='isolated' margin upl=unrealised
+        realizedPnl=realised cTime=opened_ms uTime=updated_ms"""
+    order_fields = """ordId=id instId=contract.symbol ordType='limit' side posSide=position_side
+        px=price sz=quantity accFillSz=filled avgPx=average fee=-fee state cTime=created_ms
+        uTime=updated_ms"""
     done_fields = "ordId=id sCode='0' sMsg=''"
     leverage_fields = "instId=contract.symbol lever=leverage mgnMode='isolated'"
-    ledger_fields = (
-        "instId=contract.symbol ccy='USDT' type=kind pnl=profit fee=-fee balChg=change "
-        "bal=balance ts=time_ms ordId=order.id px=order.average sz=quantity")
-    closing_fields = (
-        "instId=contract.symbol direction=order.position_side openAvgPx=entry_price "
-        "closeAvgPx=order.average closeTotalPos=quantity pnl=profit fee=-fees "
-        "realizedPnl=realised lever=order.leverage uTime=time_ms")
+    ledger_fields = """instId=contract.symbol ccy='USDT' type=kind pnl=gain fee=-fee balChg=change
+        bal=balance ts=time_ms ordId=order.id px=order.average sz=quantity"""
+    closing_fields = """instId=contract.symbol direction=order.position_side openAvgPx=entry_price
+        closeAvgPx=order.average closeTotalPos=quantity pnl=profit fee=-fees realizedPnl=realised
+        lever=order.leverage uTime=time_ms"""
     hedged = True
-    demo_keys = {"": {}, "-eea": {"site": hosts.OKX_EEA}, "-us": {"site": hosts.OKX_US}}
+    demo_keys = {"okx-eea": {"site": hosts.OKX_EEA}, "okx-us": {"site": hosts.OKX_US}}
 
     def moment_ms(self, text):
         """Of a time such as 2025-03-07T09:05:03.042Z."""
@@ -88,7 +83,8 @@ class Okx(Exchange):
         if code in ORDER_ERRORS:
             data = {"ordId": "", "sCode": code, "sMsg": text}
             code, text = "1", "All operations failed"
-        return {"code": code, "data": data if isinstance(data, list) else [data], "msg": text}
+        rows = data if isinstance(data, list) else [data] if data else []
+        return {"code": code, "data": rows, "msg": text}
 
     def key(self, call):
         return {"acctLv": "2", "posMode": "long_short_mode",
