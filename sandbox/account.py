@@ -7,7 +7,6 @@ from decimal import Decimal
 from typing import Optional
 
 NOTHING = Decimal(0)
-START_WALLET = Decimal(10000)
 FEE_RATE = Decimal("0.0005")
 MARKS = {"BTC": Decimal(50000), "ETH": Decimal(2500)}
 FUNDING = (("BTC", 2880, "-0.9000"), ("BTC", 150, "-0.0375"), ("BTC", 90, "0.0410"),
@@ -16,11 +15,7 @@ FUNDING = (("BTC", 2880, "-0.9000"), ("BTC", 150, "-0.0375"), ("BTC", 90, "0.041
 
 
 class Refused(Exception):
-    """Why the answer is no. Every exchange has a code and a text of its own for each reason."""
-
-    def __init__(self, reason: str, detail: str = "") -> None:
-        super().__init__(reason, detail)
-        self.reason, self.detail = reason, detail
+    """The reason, and perhaps what it is about; an exchange has words of its own for it."""
 
 
 @dataclass
@@ -57,7 +52,6 @@ class Order:
 
     @property
     def signed(self) -> Decimal:
-        """Below zero when it sells."""
         return self.quantity if self.buy else -self.quantity
 
     @property
@@ -113,10 +107,7 @@ class Entry:
     entry_price: Decimal = NOTHING  # of the position that it closes
     open_fee: Decimal = NOTHING  # what opening the closed part has cost
     balance: Decimal = NOTHING  # the wallet after it
-
-    @property
-    def kind(self) -> str:
-        return "trade" if self.order else "funding"
+    kind: str = "trade"
 
     @property
     def gain(self) -> Decimal:
@@ -142,18 +133,18 @@ class Entry:
 class Account:
     """Keyed by the exchange's own symbols."""
 
-    def __init__(self, contracts: tuple[tuple[str, ...], ...],
-                 new_order_id: Callable[[], str]) -> None:
+    def __init__(self, contracts: tuple, new_order_id: Callable[[], str]) -> None:
         self.contracts = {symbol: Contract(symbol, coin, Decimal(step), Decimal(unit), MARKS[coin])
                           for symbol, coin, step, unit in contracts}
         self._new_order_id = new_order_id
         self.orders: dict[str, Order] = {}
         self.positions: dict[tuple[str, str], Position] = {}  # of nothing, too
         self.ledger: list[Entry] = []
-        self.start = self.balance = START_WALLET - sum(Decimal(row[2]) for row in FUNDING)
+        self.start = self.balance = 10_000 - sum(Decimal(row[2]) for row in FUNDING)
         by_coin = {contract.coin: contract for contract in self.contracts.values()}
         for coin, minutes, amount in FUNDING:
-            self._book(Entry(now_ms() - minutes * 60_000, by_coin[coin], Decimal(amount)))
+            self._book(Entry(now_ms() - minutes * 60_000, by_coin[coin], Decimal(amount),
+                             kind="funding"))
 
     def contract(self, symbol: str) -> Contract:
         if symbol not in self.contracts:
@@ -161,8 +152,7 @@ class Account:
         return self.contracts[symbol]
 
     def position(self, contract: Contract, side: str = "") -> Position:
-        key = (contract.symbol, side)
-        return self.positions.setdefault(key, Position(contract, side))
+        return self.positions.setdefault((contract.symbol, side), Position(contract, side))
 
     @property
     def held(self) -> list[Position]:
@@ -230,7 +220,7 @@ class Account:
     def fill(self, order: Order, price: Decimal) -> None:
         """Somebody takes it, whole. One that only closes goes no further than its position."""
         closed = self._closed_by(order)
-        if order.state != "open" or order.closes and not closed:
+        if order.closes and not closed:
             self.cancel(order)
             return
         order.quantity = closed if order.closes else order.quantity

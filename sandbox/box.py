@@ -8,12 +8,10 @@ import sys
 import tempfile
 from collections.abc import Sequence
 from contextlib import ExitStack
-from functools import cached_property
 from typing import Any
 
 from . import hosts
 from .http_message import take_fault, wire_text
-from .mac_keychain import refuse_used_keychain, remove_items
 from .proxy import Proxy
 from .world import World
 
@@ -21,9 +19,7 @@ CERTIFICATE = """\
 [req]
 distinguished_name = name
 x509_extensions = itself
-prompt = no
 [name]
-CN = Morvane sandbox
 [itself]
 basicConstraints = critical, CA:true
 keyUsage = critical, digitalSignature, keyCertSign
@@ -41,17 +37,16 @@ class Sandbox(World):
     def __init__(self, path: Sequence[str] = ()) -> None:
         super().__init__()
         self._path = [os.path.abspath(directory) for directory in path]
-        self.home = ""
-        self.env: dict[str, str] = {}
+        self._certificates: dict[str, ssl.SSLContext] = {}
 
     def __enter__(self) -> "Sandbox":
         with ExitStack() as stack:
             self._folder = os.path.realpath(tempfile.mkdtemp(prefix="morvane-sandbox-"))
             stack.callback(shutil.rmtree, self._folder, ignore_errors=True)
             self.home = self._new_folder("home")
-            refuse_used_keychain()
-            stack.callback(remove_items, self.home)
-            self._known = self._new_certificate("known")
+            _refuse_used_keychain()
+            stack.callback(_remove_items, self.home)
+            self._certificates["known"] = self._new_certificate("known")
             self._proxy = Proxy(self, self._certificate)
             stack.callback(self._proxy.close)
             self.env = self._environment()
@@ -62,20 +57,14 @@ class Sandbox(World):
         self._stack.close()
 
     def run(self, argv: Sequence[str], **options: Any) -> "subprocess.CompletedProcess[Any]":
-        """Runs a command inside; its output comes as text, byte for byte, unless text=False.
+        """Runs a command inside; its output comes as text, byte for byte.
 
         Bytes that are not UTF-8 come as surrogates. The options are subprocess.run's.
         """
-        as_text = options.pop("text", True)
-        options.setdefault("env", self.env)
         if "input" not in options:
             options.setdefault("stdin", subprocess.DEVNULL)
-        if "stdout" not in options and "stderr" not in options:
-            options.setdefault("capture_output", True)
-        done = subprocess.run(argv, **options)
-        if as_text:
-            done.stdout, done.stderr = (text if text is None else wire_text(text)
-                                        for text in (done.stdout, done.stderr))
+        done = subprocess.run(argv, **{"env": self.env, "capture_output": True, **options})
+        done.stdout, done.stderr = wire_text(done.stdout), wire_text(done.stderr)
         return done
 
     def _new_folder(self, name: str) -> str:
@@ -89,19 +78,19 @@ class Sandbox(World):
             out.write(CERTIFICATE)
         files = [os.path.join(folder, file) for file in ("certificate.pem", "key.pem")]
         subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-sha256",
-                        "-days", "7", "-config", out.name, "-out", files[0], "-keyout", files[1]],
+                        "-days", "7", "-subj", "/CN=Morvane sandbox", "-config", out.name,
+                        "-out", files[0], "-keyout", files[1]],
                        stdin=subprocess.DEVNULL, capture_output=True, check=True)
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         context.load_cert_chain(*files)
         return context
 
-    @cached_property
-    def _stranger(self) -> ssl.SSLContext:
-        return self._new_certificate("stranger")
-
     def _certificate(self, host: str) -> ssl.SSLContext:
         with self.lock:
-            return self._stranger if take_fault(self.faults, host, unvouched=True) else self._known
+            name = "stranger" if take_fault(self.faults, host, unvouched=True) else "known"
+            if name not in self._certificates:
+                self._certificates[name] = self._new_certificate(name)
+            return self._certificates[name]
 
     def _environment(self) -> dict[str, str]:
         env = {name: value for name, value in os.environ.items()
@@ -117,3 +106,24 @@ class Sandbox(World):
             os.symlink(sys.executable, os.path.join(path[-1], "python3"))
         env["PATH"] = os.pathsep.join(path + [env.get("PATH", os.defpath)])
         return env
+
+
+def _refuse_used_keychain() -> None:
+    """On a Mac, and so the next one: keeps away from the user's own keychain items."""
+    held = [exchange for exchange in hosts.BY_EXCHANGE if _security("find", exchange, os.environ)]
+    if held:
+        raise RuntimeError("your keychain holds the connector's own credentials for "
+                           f"{', '.join(held)}; the sandbox does not start beside them")
+
+
+def _remove_items(home: str) -> None:
+    for exchange in hosts.BY_EXCHANGE:
+        _security("delete", exchange, os.environ)
+        _security("delete", exchange, {**os.environ, "HOME": home})
+
+
+def _security(verb, exchange, env) -> bool:
+    return sys.platform == "darwin" and subprocess.run(
+        ["/usr/bin/security", f"{verb}-generic-password",
+         "-s", f"morvane.connector.{exchange}", "-a", exchange],
+        env=env, stdin=subprocess.DEVNULL, capture_output=True).returncode == 0

@@ -22,8 +22,7 @@ class Request:
         self.path, _, self.query = self.target.partition("?")
 
     def header(self, name: str) -> Optional[str]:
-        wanted = name.lower()
-        return next((value for key, value in self.headers if key.lower() == wanted), None)
+        return next((text for one, text in self.headers if one.lower() == name.lower()), None)
 
     @property
     def parameters(self) -> dict[str, str]:
@@ -65,9 +64,8 @@ class Fault:
     unvouched: bool = False  # nobody vouches for the host's certificate
 
     @classmethod
-    def answer(cls, host: str, status: int = 200, body: bytes = b"",
-               content_type: str = "application/json", **where) -> "Fault":
-        return cls(host, response=Response(status, body, content_type), **where)
+    def answer(cls, host: str, status: int = 200, body: bytes = b"", **where) -> "Fault":
+        return cls(host, response=Response(status, body), **where)
 
     @classmethod
     def close(cls, host: str, **where) -> "Fault":
@@ -86,8 +84,7 @@ class Fault:
         return cls(host, delivery="half", response=response, **where)
 
     @classmethod
-    def endless(cls, host: str, status: int = 200, body: bytes = b"x" * 4096,
-                **where) -> "Fault":
+    def endless(cls, host: str, status: int = 200, body: bytes = b"x" * 4096, **where) -> "Fault":
         """`body` again and again until the client leaves or the sandbox closes."""
         return cls(host, delivery="endless", response=Response(status, body), **where)
 

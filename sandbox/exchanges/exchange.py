@@ -20,9 +20,6 @@ from ..account import Account, Order, Position, Refused, now_ms
 from ..http_message import Request, Response, wire_bytes
 
 
-DAY_MS = 86_400_000
-
-
 @dataclass(frozen=True)
 class ApiKey:
     key: str
@@ -57,7 +54,7 @@ class Call:
     def number(self, word: str) -> Decimal:
         value = self.text(word)
         if not re.fullmatch(r"-?[0-9]{1,18}(\.[0-9]{1,18})?", value):
-            raise Refused("invalid", self._names.get(word, word))
+            raise Refused("invalid", word)
         return Decimal(value)
 
 
@@ -85,8 +82,7 @@ class Exchange:
     unit_ms = 1  # of its times
 
     def __init__(self) -> None:
-        wants_passphrase = "passphrase" in self.credentials
-        phrases = ("demo-passphrase", "Пароль") if wants_passphrase else ("", "")
+        phrases = ("demo-passphrase", "Пароль") if "passphrase" in self.credentials else ("", "")
         self.keys = [ApiKey(f"demo-{name}-key", f"demo-{name}-secret", phrases[0], **traits)
                      for name, traits in {self.name: {}, **self.demo_keys}.items()]
         self.keys.append(ApiKey("clé-Größe-鍵", "Schlüssel-秘密", phrases[1]))
@@ -113,9 +109,10 @@ class Exchange:
                     return Response.of_json(self.envelope(*self.ok, data))
             raise Refused("invalid", "path")
         except Refused as refused:
-            about = refused.detail or self.names.get(refused.reason, refused.reason)
-            status, code, text = self._errors.get(f"{refused.reason}/{about}") or \
-                self._errors.get(refused.reason) or self._errors["invalid"]
+            reason, about = refused.args[0], refused.args[-1]
+            about = self.names.get(about, about)
+            status, code, text = self._errors.get(f"{reason}/{about}") or \
+                self._errors.get(reason) or self._errors["invalid"]
             text = " ".join(text.replace("{}", about).split())
             return Response.of_json(self.envelope(code, text, None), int(status))
 
@@ -165,21 +162,18 @@ class Exchange:
 
     def funding(self, call: Call) -> Any:
         since = self.moment_ms(call.text("since", "0"))
-        until = since + DAY_MS if self.logs_one_day else now_ms()
+        until = since + 24 * 3_600_000 if self.logs_one_day else now_ms()
         symbol, kind = call.text("symbol"), call.text("type", "")
         rows = [self.fields(self.ledger_fields, entry) for entry in self.account.ledger
                 if since <= entry.time_ms <= until
                 and (self.logs_one_day or symbol == entry.contract.symbol)]
-        rows = [row for row in rows if kind in ("", row["type"])]
-        return rows[::-1][:int(call.text("limit"))]
+        return [row for row in rows[::-1] if kind in ("", row["type"])][:int(call.text("limit"))]
 
     def closings(self, call: Call) -> Any:
         contract = self.account.contract(call.text("symbol"))
         rows = [self.fields(self.closing_fields, one) for one in self.account.ledger
                 if one.contract is contract and (one.closes or self.reports_trades and one.order)]
         return rows[::-1][:int(call.text("limit", "100"))]
-
-    # What they are made of, as it usually is.
 
     def fields(self, table: str, record: Any) -> dict[str, Any]:
         pairs = (field.partition("=") for field in table.split())
@@ -203,8 +197,8 @@ class Exchange:
         return int(text) * self.unit_ms if re.fullmatch(r"[0-9]{1,19}", text) else -1
 
     def sign(self, request: Request, key: ApiKey, time: str) -> str:
-        message = wire_bytes(time + request.method + request.target) + request.body
-        return base64_mac(key, message)
+        signed = wire_bytes(time + request.method + request.target) + request.body
+        return base64_mac(key, signed)
 
     def passphrase(self, _request: Request, key: ApiKey) -> str:
         return key.passphrase

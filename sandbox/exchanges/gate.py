@@ -6,21 +6,19 @@ from ..account import Order
 from ..http_message import wire_bytes
 from .exchange import Exchange, mac
 
-BASE = "/api/v4/futures/usdt"
-
 
 class Gate(Exchange):
     name = "gate"
     contracts = (("BTC_USDT", "BTC", "1", "0.0001"), ("ETH_USDT", "ETH", "1", "0.01"))
     routes = {
-        f"GET {BASE}/accounts": "balance",
-        f"GET {BASE}/positions": "position",
-        f"GET {BASE}/orders/(?P<order>[^/]*)": "order",
-        f"DELETE {BASE}/orders/(?P<order>[^/]*)": "cancel",
-        f"POST {BASE}/positions/(?P<contract>[^/]*)/leverage": "leverage",
-        f"POST {BASE}/orders": "place",
-        f"GET {BASE}/account_book": "funding",
-        f"GET {BASE}/my_trades": "closings",
+        "GET /api/v4/futures/usdt/accounts": "balance",
+        "GET /api/v4/futures/usdt/positions": "position",
+        "GET /api/v4/futures/usdt/orders/(?P<order>[^/]*)": "order",
+        "DELETE /api/v4/futures/usdt/orders/(?P<order>[^/]*)": "cancel",
+        "POST /api/v4/futures/usdt/positions/(?P<contract>[^/]*)/leverage": "leverage",
+        "POST /api/v4/futures/usdt/orders": "place",
+        "GET /api/v4/futures/usdt/account_book": "funding",
+        "GET /api/v4/futures/usdt/my_trades": "closings",
     }
     credentials = {"key": "KEY", "time": "Timestamp", "sign": "SIGN"}
     window_ms = (60_000, 60_000)
@@ -33,7 +31,6 @@ class Gate(Exchange):
         key 401 INVALID_KEY Invalid key provided
         sign 401 INVALID_SIGNATURE Signature mismatch
         bad_body 400 INVALID_REQUEST_BODY Invalid request body
-        missing 400 MISSING_REQUIRED_PARAM Missing required parameter: {}
         invalid 400 INVALID_PARAM_VALUE Invalid parameter value: {}
         symbol 400 CONTRACT_NOT_FOUND contract not found
         no_balance 400 INSUFFICIENT_AVAILABLE insufficient available balance
@@ -55,8 +52,8 @@ class Gate(Exchange):
 
     def sign(self, request, key, time):
         body = hashlib.sha512(request.body).hexdigest()
-        lines = (request.method, request.path, request.query, body, time)
-        return mac("sha512", key, wire_bytes("\n".join(lines))).hex()
+        text = "\n".join((request.method, request.path, request.query, body, time))
+        return mac("sha512", key, wire_bytes(text)).hex()
 
     def envelope(self, code, text, data):
         return {"label": code, "message": text} if code != "0" else data

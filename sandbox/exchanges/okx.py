@@ -1,12 +1,10 @@
 """OKX, API v5: USDT-margined swaps in long/short mode, three sites with keys of their own."""
 
-from datetime import datetime, timezone
+from datetime import datetime
 
 from .. import hosts
 from ..account import now_ms
 from .exchange import Exchange
-
-ORDER_ERRORS = ("51008", "51121", "51169", "51400")
 
 
 class Okx(Exchange):
@@ -71,24 +69,22 @@ class Okx(Exchange):
     def moment_ms(self, text):
         """Of a time such as 2025-03-07T09:05:03.042Z."""
         try:
-            moment = datetime.strptime(text, "%Y-%m-%dT%H:%M:%S.%fZ")
+            return int(datetime.strptime(text, "%Y-%m-%dT%H:%M:%S.%f%z").timestamp() * 1000)
         except ValueError:
             return -1
-        return int(moment.replace(tzinfo=timezone.utc).timestamp() * 1000)
 
     def envelope(self, code, text, data):
         """Without data where nobody is let in; as a row of data where an order fails."""
         if code.startswith("501"):
             return {"msg": text, "code": code}
-        if code in ORDER_ERRORS:
+        if code in ("51008", "51121", "51169", "51400"):
             data = {"ordId": "", "sCode": code, "sMsg": text}
             code, text = "1", "All operations failed"
         rows = data if isinstance(data, list) else [data] if data else []
         return {"code": code, "data": rows, "msg": text}
 
-    def key(self, call):
-        return {"acctLv": "2", "posMode": "long_short_mode",
-                "perm": "read_only,trade" if call.key.can_trade else "read_only"}
+    def key(self, _call):
+        return {"acctLv": "2", "posMode": "long_short_mode", "perm": "read_only,trade"}
 
     def balance(self, call):
         now = str(now_ms())
