@@ -213,10 +213,10 @@ class Exchange:
             raise Refused("key")
         if request.host != (key.site or hosts.BY_EXCHANGE[self.name][0]):
             raise Refused("key", "elsewhere")
-        if "passphrase" in sent and sent["passphrase"] != self.passphrase(request, key):
-            raise Refused("passphrase")
         if sent["sign"] != self.sign(request, key, sent["time"]):
             raise Refused("sign")
+        if "passphrase" in sent and sent["passphrase"] != self.passphrase(request, key):
+            raise Refused("passphrase")
         return key
 
     def _asked_order(self, call: Call, *refusal: str) -> Order:

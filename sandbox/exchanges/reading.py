@@ -48,7 +48,8 @@ class Bingx(Exchange):
         """All but the key are in the query, the signature last."""
         if part == "key":
             return super().credential(request, part)
-        return request.parameters.get(self.credentials[part], "")
+        signed, _, signature = request.query.rpartition("&signature=")
+        return signature if part == "sign" else signed.rpartition("timestamp=")[2]
 
     def sign(self, request, key, _time):
         signed = request.query.rpartition("&signature=")[0]
