@@ -1,109 +1,122 @@
-"""Seeds one fault at a time and shows that the tests catch it.
+"""Seeds random faults, one at a time, and shows that the tests catch them.
 
-Each fault changes one place of the source: an operator, a literal, an order, a dropped line. It is
-built and tested in a copy of the tree; a fault that every test passes has survived. Exit status 1
-when fewer than nine in ten are caught. `mutants.py WORD...` takes only the faults whose file or
-text holds a WORD.
+`mutants.py [COUNT] [SEED]` draws COUNT changes (40) of the program's source: another operator or
+literal, a condition negated, a statement dropped. Each is built and tested in a copy of the tree;
+what does not build is drawn again. Those that every test passes are named. The same seed draws the
+same of the same tree. Exit status 1 when fewer than nine in ten are caught.
 """
 
 from __future__ import annotations
 
 import concurrent.futures
-import os
+import pathlib
 import queue
+import random
+import re
 import shutil
 import subprocess
 import sys
-from dataclasses import dataclass
-from typing import List
+from collections import namedtuple
+from typing import Iterator, List
 
 WORKERS = 2
 
+# What may stand in the place of each of these.
+OPERATORS = [("==", "!="), ("!=", "=="), ("&&", "||"), ("||", "&&"), (" < ", " <= "),
+             (" > ", " >= "), (" + 1", " - 1"), ("++", "--"), (" += ", " = "), (" true", " false"),
+             (" false", " true"), (" and ", " or "), (" or ", " and "), (" ? ", " && false ? "),
+             ("front()", "back()"), ("back()", "front()")]
+NUMBER = re.compile(r"(?<![\w.])\d+(?![\w.])")
+STRING = re.compile(r'R"\(.+?\)"|"(?:[^"\\]|\\.)+"|\'(?:[^\'\\]|\\.)+\'')
+CONDITION = re.compile(r"\b(?:if|while) \(?(.+?)\)?(?: \{|:)$")
+STATEMENT = re.compile(r"^\s+(?:(?:break|continue|return)\b.*|[\w.:>-]+(?:\(.*\)| \+?= .*));?$")
 
-@dataclass(frozen=True)
-class Fault:
-    file: str
-    before: str
-    after: str
+Fault = namedtuple("Fault", "path line before after")
 
 
-def faults() -> List[Fault]:
+def changes(line: str, python: bool) -> List[str]:
+    """What a line of the source may become."""
     found = []
-    with open("tests/mutants.txt", encoding="utf-8") as table:
-        for block in table.read().strip().split("\n\n"):
-            lines = [line for line in block.splitlines() if not line.startswith("#")]
-            if lines:
-                file, before, after = lines
-                found.append(Fault("src/" + file, before[2:], after[2:]))
+    for before, after in OPERATORS:
+        for match in re.finditer(re.escape(before) + r"(?!_)", line):
+            found.append(line[:match.start()] + after + line[match.end():])
+    for match in NUMBER.finditer(line):
+        other = int(match[0]) // 2 or 1 - int(match[0])
+        found.append(f"{line[:match.start()]}{other}{line[match.end():]}")
+    for match in STRING.finditer(line):
+        middle = (match.start() + match.end()) // 2
+        found.append(line[:middle] + ("z" if line[middle] != "z" else "y") + line[middle + 1:])
+    if condition := CONDITION.search(line):
+        negated = ("not (" if python else "!(") + condition[1] + ")"
+        found.append(line[:condition.start(1)] + negated + line[condition.end(1):])
+    if STATEMENT.match(line) and python != line.endswith(";"):
+        found.append(re.match(r"\s*", line)[0] + ("pass" if python else ";"))
     return found
 
 
-def main(words: List[str]) -> int:
-    chosen = [fault for fault in faults()
-              if not words or any(word in fault.file + fault.before for word in words)]
-    check_places(chosen)
-    trees: "queue.Queue[str]" = queue.Queue()
-    for number in range(min(WORKERS, len(chosen))):
-        trees.put(prepare_tree(f"build/mutants/{number}"))
-    survivors = []
-    with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
-        for fault, verdict in zip(chosen, pool.map(lambda fault: judge(fault, trees), chosen)):
-            print(f"{verdict:<9} {fault.file}: {fault.before} -> {fault.after or '(dropped)'}",
-                  flush=True)
-            if verdict != "caught":
-                survivors.append(fault)
-    caught = len(chosen) - len(survivors)
-    print(f"{caught} of {len(chosen)} faults caught")
-    return 0 if caught * 10 >= len(chosen) * 9 else 1
+def draws(rng: random.Random) -> Iterator[Fault]:
+    """Faults without end: a line, each as likely as any other, and one of its changes."""
+    lines = []
+    for path in sorted(pathlib.Path("src").rglob("*")):
+        if path.suffix in (".cpp", ".hpp", ".py"):
+            for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+                possible = changes(line.split("  // ")[0], path.suffix == ".py")
+                if possible and not line.strip().startswith(("#", "//", '"""')):
+                    lines.append([Fault(str(path), number, line, after) for after in possible])
+    while True:
+        yield rng.choice(rng.choice(lines))
 
 
-def check_places(chosen: List[Fault]) -> None:
-    for fault in chosen:
-        with open(fault.file, encoding="utf-8") as source:
-            count = source.read().count(fault.before)
-        if count != 1:
-            sys.exit(f"{fault.file} holds {count} times: {fault.before}")
-
-
-def prepare_tree(folder: str) -> str:
+def prepare_tree(folder: pathlib.Path) -> pathlib.Path:
     shutil.rmtree(folder, ignore_errors=True)
-    os.makedirs(folder)
-    for name in ("src", "cmake", "tests", "sandbox", "packaging", "CMakeLists.txt", "README.md"):
-        copy = shutil.copytree if os.path.isdir(name) else shutil.copy
-        if os.path.exists(name):
-            copy(name, os.path.join(folder, name))
-    subprocess.run(["cmake", "-S", folder, "-B", folder + "/build", "-G", "Ninja",
-                    "-DMORVANE_TESTS=ON", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS=-g0"],
+    shutil.copytree(".", folder, ignore=shutil.ignore_patterns("build", ".git"))
+    subprocess.run(["cmake", "-S", folder, "-B", folder / "build", "-G", "Ninja",
+                    "-DMORVANE_TESTS=ON", "-DMORVANE_WARNINGS_ARE_ERRORS=OFF",
+                    "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS=-g0 -Werror=return-type"],
                    check=True, stdout=subprocess.DEVNULL)
-    if run(folder) != "survived":
-        sys.exit("the tests fail without any fault")
+    if verdict(folder) != "survived":
+        sys.exit("The tests fail without any fault.")
     return folder
 
 
-def judge(fault: Fault, trees: "queue.Queue[str]") -> str:
-    folder = trees.get()
-    path = os.path.join(folder, fault.file)
-    with open(path, encoding="utf-8") as source:
-        text = source.read()
-    try:
-        with open(path, "w", encoding="utf-8") as source:
-            source.write(text.replace(fault.before, fault.after))
-        return run(folder)
-    finally:
-        with open(path, "w", encoding="utf-8") as source:
-            source.write(text)
-        trees.put(folder)
-
-
-def run(folder: str) -> str:
-    """`caught` by a test, `survived`, or `unbuilt`: no test was asked, so it counts for none."""
-    build = folder + "/build"
-    if subprocess.run(["cmake", "--build", build, "-j", "1"], capture_output=True).returncode:
+def verdict(folder: pathlib.Path) -> str:
+    """`caught` by a test, `survived`, or `unbuilt`, which counts for nothing."""
+    build = ["cmake", "--build", folder / "build", "-j", "1"]
+    if subprocess.run(build, capture_output=True).returncode:
         return "unbuilt"
-    # The unit tests are the quickest, so they judge first; what lies around the program never does.
-    tests = ["ctest", "--test-dir", build, "--stop-on-failure", "-E", "packaging", "--timeout", "120"]
+    tests = ["ctest", "--test-dir", folder / "build", "--stop-on-failure", "--timeout", "120"]
     return "caught" if subprocess.run(tests, capture_output=True).returncode else "survived"
 
 
+def judge(fault: Fault, trees: "queue.Queue[pathlib.Path]") -> str:
+    folder = trees.get()
+    source = folder / fault.path
+    lines = source.read_text(encoding="utf-8").split("\n")
+    lines[fault.line - 1] = fault.after
+    source.write_text("\n".join(lines), encoding="utf-8")
+    found = verdict(folder)
+    shutil.copy(fault.path, source)
+    trees.put(folder)
+    return found
+
+
+def main(count: int = 40, seed: int = random.randrange(1_000_000)) -> int:
+    print(f"{count} faults of seed {seed}", flush=True)
+    drawn, trees = draws(random.Random(seed)), queue.Queue()
+    for number in range(WORKERS):
+        trees.put(prepare_tree(pathlib.Path(f"build/mutants/{number}")))
+    judged = []
+    with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+        while len(judged) < count:
+            batch = [next(drawn) for _ in range(count - len(judged))]
+            for fault, found in zip(batch, pool.map(lambda one: judge(one, trees), batch)):
+                judged += [found] if found != "unbuilt" else []
+                if found == "survived":
+                    print(f"{fault.path}:{fault.line}: {fault.before.strip()}\n  survived as "
+                          f"{fault.after.strip()}", flush=True)
+    print(f"{judged.count('caught')} of {count} faults of seed {seed} caught")
+    return 0 if judged.count("caught") * 10 >= count * 9 else 1
+
+
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    sys.exit(main(*map(int, sys.argv[1:3])))

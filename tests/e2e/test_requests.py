@@ -1,144 +1,184 @@
-"""The frame of every exchange operation: what is refused, what is sent, how an answer returns."""
+"""What goes out for each command, how an answer returns, and what is told of none."""
 
+import os
+import re
+import shlex
+import time
 
 from sandbox import Fault, hosts
-from sandbox.faults import json_of_size
-from support import ConnectorTest
+from support import DEVICE, EXCHANGES, TRADING, ConnectorTest, document, error
 
-EXCHANGES = tuple(hosts.BY_EXCHANGE)
-TRADING = ("bybit", "okx", "gate")
-HOST = {exchange: names[0] for exchange, names in hosts.BY_EXCHANGE.items()}
+TABLE = os.path.join(os.path.dirname(__file__), "../requests.txt")
+HALVES = {"place-open": r'\{{"leverage":{0},"place":{0}\}}',
+          "close-report": r'\{{"order":{0},"{1}":{0}\}}'}
+REPORTS = {"bybit": "closed_pnl", "okx": "positions_history", "gate": "trades"}
+RELAY = f"https://{hosts.RELAY}"
+MANIFEST = f"https://{hosts.DOWNLOAD}/current/manifest.json"
 
-# Arguments after the exchange, and the kind that the answer names.
-READS = {"balance": ([], "balance"), "get-position": (["BTC_USDT"], "position"),
-         "order-status": (["BTC_USDT", "42"], "order_status"),
-         "cancel-order": (["BTC_USDT", "42"], "cancel_order")}
-TRADES = {"place-open": (["BTC_USDT", "buy", "1", "40000", "7"], "place_open"),
-          "place-close": (["BTC_USDT", "buy", "1", "60000"], "place_close"),
-          "funding": (["BTC_USDT"], "funding"),
-          "close-report": (["BTC_USDT", "42"], "close_report")}
-OPERATIONS = {**READS, **TRADES}
+# What an exchange says of a key, a signature or a time that it does not accept.
+NOT_ACCEPTED = (r'"retCode":1000[2-5]|"501[01]\d"|INVALID_(KEY|SIGN)|REQUIRED_HEADER|_EXPIRED|'
+                r'"code":100(001|4\d\d)|"4000\d\d"|"400(0\d|12|3[67])"')
+# What curl, or Python's client, adds by itself.
+ADDED = ("host", "user-agent", "accept", "accept-encoding", "content-length", "connection")
 
 
-def error(reason):
-    return '{"status":"error","reason":"%s"}\n' % reason
+def rows():
+    """Of each row: its words, what is behind each arrow or "at", and the headers."""
+    with open(TABLE, encoding="utf-8") as table:
+        text = re.sub("(?m)^#.*\n", "", table.read())
+    for row in re.findall(r"(?m)^\S.*(?:\n .*)*", text):
+        row = re.sub("\n +", "", re.sub("\n +(?=->|with)", " ", row))
+        row, *headers = row.split(" with")
+        words, *requests = re.split(" at | -> ", row)
+        yield shlex.split(words), requests, " ".join(headers).split()
 
 
-class RequestTest(ConnectorTest):
+def health(url, reachable, status, message):
+    return document("ok", relay_url=url, reachable=reachable, health_status=status,
+                    wallet_address="0xOwn", message=message)
+
+
+class Requests(ConnectorTest):
     def setUp(self):
         super().setUp()
-        for exchange in EXCHANGES:
-            self.store_key(exchange)
+        self.store_keys("hyperliquid", *EXCHANGES)
+        self.be_bound()
 
-
-class Reasons(RequestTest):
-    def test_no_key_comes_before_no_order_id_and_that_before_no_such_exchange(self):
-        # Both strangers' keys are stored, so that only the name can be what is wrong.
-        for exchange in ("hyperliquid", "Bybit"):
-            self.store_key(exchange)
-        for reason, names, commands, empty in (
-                ("credentials_not_found", ("reya", "OKX", ""), OPERATIONS, True),
-                ("missing_order_id", EXCHANGES + ("hyperliquid", "Bybit"),
-                 ("order-status", "cancel-order"), True),
-                ("unsupported_exchange", ("hyperliquid", "Bybit"), OPERATIONS, False),
-                ("unsupported_exchange", ("bingx", "kucoin", "bitget"), TRADES, False)):
-            for exchange in names:
-                for command in commands:
-                    given = OPERATIONS[command][0]
-                    if empty:
-                        given = [text if text.isdigit() and command == "place-open" else ""
-                                 for text in given]
-                    self.assertEqual(error(reason), self.answer(command, exchange, *given))
-        self.assertEqual([], self.box.requests)
-
-    def test_a_failed_transfer_is_told_without_curls_words(self):
-        for exchange in EXCHANGES:
-            self.box.faults[:] = [Fault.close(HOST[exchange])]
-            for command in OPERATIONS if exchange in TRADING else READS:
+    def test_what_goes_out_is_what_the_table_says_and_no_exchange_refuses_the_signature(self):
+        at = {}
+        for words, requests, headers in rows():
+            if len(words) == 1:
+                at[words[0]] = requests[0], headers
+                continue
+            with self.subTest(" ".join(words)):
                 self.box.requests.clear()
-                self.assert_run((0, error("http_failed")), command, exchange,
-                                *OPERATIONS[command][0])
-                self.assertNotEqual([], self.box.requests)
-        self.box.faults[:] = [Fault.cut_off(hosts.GATE)]
-        self.assertEqual(error("http_failed"), self.answer("balance", "gate"))
+                key = self.key(words[1]) if words[1] in EXCHANGES else "ksp"
+                known = dict(zip(("<key>", "<secret>", "<passphrase>"), key))
+                began = int(time.time())
+                printed = self.connector(*(known.get(word, word) for word in words)).stdout
+                if re.fullmatch("[a-z_]+", requests[0]):
+                    self.assertEqual(([], error(requests[0])), (self.box.requests, printed))
+                    continue
+                address, own = at[words[1]]
+                self.assertEqual(len(requests), len(self.box.requests))
+                for version, (expected, sent) in enumerate(zip(requests, self.box.requests), 2):
+                    self.assertEqual(re.sub("^([A-Z]+) /", rf"\1 {address}/", expected),
+                                     self.told(sent, expected, began))
+                    known["<version>"] = str(version)
+                    self.assert_headers([*own, *headers], sent, known)
+                self.assertRegex(printed, self.frame(*words[:2]))
+                if words[:2] != ["validate", "okx"]:  # Only one of its sites knows a key.
+                    self.assertNotRegex(printed, NOT_ACCEPTED)
 
+    def told(self, request, expected, began):
+        """A request as the table tells it: what changes from run to run by its name."""
+        target = re.sub(r"timestamp=\d{13}&signature=[0-9a-f]{64}$", "<signed>", request.target)
+        if ago := re.search("<(.*) minutes ago>", expected):
+            unit, start = re.search(r"&(startTime|from)=(-?\d+)&", target).groups()
+            seconds = int(start) / (1000 if unit == "startTime" else 1) + int(ago[1]) * 60
+            self.assertTrue(began <= seconds <= time.time(), target)
+            target = target.replace(start, ago[0])
+        body = " " + request.body.decode() if request.body else ""
+        return f"{request.method} {request.scheme}://{request.host}{target}{body}"
 
-class Sent(RequestTest):
-    def test_a_report_sends_both_requests_but_gates_stops_at_the_first_failure(self):
-        order = {"bybit": "/v5/order/realtime", "okx": "/api/v5/trade/order",
-                 "gate": "/api/v4/futures/usdt/orders/"}
-        for exchange in TRADING:
-            for path, count in ((order[exchange], 1 if exchange == "gate" else 2), ("", 2)):
-                self.box.requests.clear()
-                self.box.faults[:] = [Fault.close(HOST[exchange], path=path, times=1)]
-                if not path:
-                    first_half = Fault.answer(HOST[exchange], path=order[exchange])
-                    self.box.faults.insert(0, first_half)
-                self.assertEqual(error("http_failed"),
-                                 self.answer("close-report", exchange, "BTC_USDT", "42"))
-                self.assertEqual(count, len(self.box.requests))
+    def assert_headers(self, wanted, request, known):
+        """Their names in this order, and the values that are known."""
+        expected = [(name.lower(), known.get(value, value)) for name, _, value in
+                    (header.partition("=") for header in wanted)]
+        if request.body and ("content-type", "application/json") not in expected:
+            expected.append(("content-type", "application/json"))
+        values = dict(expected)
+        sent = [(name.lower(), value) for name, value in request.headers]
+        self.assertEqual(expected, [(name, value if values.get(name) else "")
+                                    for name, value in sent if name not in ADDED or name in values])
 
-    def test_gates_report_without_an_order_id_asks_for_no_order(self):
-        for no_id in ([], [""]):
-            self.assert_run((0, '{"status":"ok","exchange":"gate","kind":"close_report",'
-                                '"body":{"order":{},"trades":[]}}\n'),
-                            "close-report", "gate", "BTC_USDT", *no_id)
-        self.assertEqual([("GET", hosts.GATE, "/api/v4/futures/usdt/my_trades?contract=BTC_USDT"
-                                              "&limit=20")] * 2, self.sent())
-
-    def test_gate_signs_both_halves_of_a_report_at_one_moment(self):
-        # The moment must be one even when the first half takes longer than the clock's step.
-        self.box.faults[:] = [Fault.slow(hosts.GATE, times=1, pieces=3, pause_seconds=0.55)]
-        self.answer("close-report", "gate", "BTC_USDT", "42")
-        first, second = self.box.requests
-        self.assertEqual("/api/v4/futures/usdt/orders/42", first.target)
-        self.assertEqual(first.header("Timestamp"), second.header("Timestamp"))
-        self.assertNotEqual(first.header("SIGN"), second.header("SIGN"))
-
-    def test_funding_begins_so_many_minutes_before_the_request(self):
-        for given, minutes in (([], 180), ([" 90 minutes"], 90), (["2147483647"], 2147483647),
-                               (["-2147483648"], -2147483648)):
-            self.box.requests.clear()
-            self.answer("funding", "bybit", "BTC_USDT", *given)
-            request, = self.box.requests
-            start = int(request.parameters["startTime"])
-            late = start + minutes * 60_000 - int(request.header("X-BAPI-TIMESTAMP"))
-            self.assertTrue(0 <= late < 60_000, late)
-
-
-class Answers(RequestTest):
-    def assert_passed_on(self, body, printed=None, status=200, exchange="bybit"):
-        """The balance's frame around what came; a long difference is nothing to read."""
-        self.box.faults[:] = [Fault.answer(HOST[exchange], status, body)]
-        done = self.connector("balance", exchange, text=False)
-        expected = b'{"status":"ok","exchange":"%s","kind":"balance","body":%s}\n' \
-            % (exchange.encode(), body if printed is None else printed)
-        self.assertEqual((0, b"", len(expected), expected[:300]),
-                         (done.returncode, done.stderr, len(done.stdout), done.stdout[:300]))
-        self.assertTrue(expected == done.stdout, "the same length, but not the same answer")
+    def frame(self, command, exchange):
+        """The pattern of a whole answer."""
+        if exchange == "relay" or command == "validate":
+            return '"status":"' if exchange == "relay" else "credentials_saved=true"
+        body = HALVES.get(command, "{}").format(r"[{[].*[}\]]", REPORTS.get(exchange))
+        kind = command.replace("get-", "").replace("-", "_")
+        return rf'\A{{"status":"ok","exchange":"{exchange}","kind":"{kind}","body":{body}}}\n\Z'
 
     def test_whatever_came_is_passed_on_as_it_is_but_for_a_line_behind_its_nul(self):
-        for exchange in EXCHANGES:
-            self.assert_passed_on(b"", exchange=exchange)
-            self.assert_passed_on(b"<html>\r\n<h1>502</h1>\r\n</html>\r\n", None, 502, exchange)
-        for status, body in ((200, b"not json \"'}"), (200, b'{\n  "a": 1\n}\n'), (204, b""),
-                             (200, b"\xff\xfe%s%d\\n"), (401, b'{"code":"50113"}'),
-                             (429, b"slow down"), (500, b"")):
-            self.assert_passed_on(body, None, status)
-        for body, left in ((b"ab\0cd\nef", b"abef"), (b"\0", b""), (b"a\n\0b\nc\n", b"a\nc\n")):
-            self.assert_passed_on(body, left)
-        for size in (4094, 4095, 4096, 8191, 100_000, 64 << 20):
-            self.assert_passed_on(json_of_size(size))
+        for status, body in ((200, b""), (200, b"no JSON \"'}"), (500, b"<h1>500</h1>\r\n\n"),
+                             (401, b"\xff\xfe%s%d\\n"), (200, b"x" * (8 << 20)), (429, b"a\0b\nc")):
+            self.box.faults[:] = [Fault.answer(host, status, body)
+                                  for host in (hosts.BYBIT, hosts.RELAY)]
+            for command, frame in (
+                    ("balance bybit", document("ok", exchange="bybit", kind="balance", body="RAW")),
+                    ("server-health", health(RELAY, True, "reachable", "RAW")),
+                    ("bind-status", '"RAW"\n')):
+                expected = frame.replace('"RAW"', os.fsdecode(body).replace("\0b\n", ""))
+                self.assertTrue(expected == self.answer(*command.split()), (command, body[:99]))
 
-    def test_each_operation_has_its_kind(self):
-        for exchange in EXCHANGES:
-            self.box.faults[:] = [Fault.answer(HOST[exchange], 200, b"x\ny")]
-            for command in OPERATIONS if exchange in TRADING else READS:
-                arguments, kind = OPERATIONS[command]
-                part = {"bybit": "closed_pnl", "okx": "positions_history", "gate": "trades"}
-                body = {"place-open": '{"leverage":x\ny,"place":x\ny}',
-                        "close-report": '{"order":x\ny,"%s":x\ny}' % part.get(exchange),
-                        }.get(command, "x\ny")
-                self.assertEqual('{"status":"ok","exchange":"%s","kind":"%s","body":%s}\n'
-                                 % (exchange, kind, body),
-                                 self.answer(command, exchange, *arguments))
+    def test_what_fails_is_told_in_the_commands_own_words_after_its_own_time(self):
+        self.stand_in(curl=r'''case "$*" in
+  "-sS "*--max-time\ $LIMIT\ *) printf '"retCode":0 "user" "status":"ok"\n'; echo 28 >&2; exit 28
+esac''')
+        for command, self.env["LIMIT"], told in (
+                ("server-health", "10",
+                 health(RELAY, False, "unreachable", "relay health request failed")),
+                ("bind-status", "15", error("bind_status_failed")),
+                ("claim-token t", "15", error("claim_token_failed")),
+                ("balance kucoin", "20", error("http_failed")),
+                ("cancel-order bingx BTC_USDT 42", "20", error("http_failed")),
+                ("place-close gate BTC_USDT buy 1 2", "20", error("http_failed")),
+                ("update-check", "20", error("update_check_failed", manifest_url=MANIFEST)),
+                ("update-download", "20", error("manifest_fetch_failed", manifest_url=MANIFEST)),
+                ("bind-wallet", "15", error("bind_request_failed"))):
+            self.says(told, *command.split())
+        for exchange in ("bybit", "gate"):
+            os.remove(self.path(f"vault/{exchange}.vault"))
+            told = f'{exchange} request failed: "retCode":0 "user" "status":"ok"\n28'
+            self.assert_refused("error", told, exchange)
+
+    def test_both_halves_are_sent_but_gates_report_ends_at_its_first_failure(self):
+        for exchange in TRADING:
+            host = hosts.BY_EXCHANGE[exchange][0]
+            for command in (["place-open", exchange, "BTC_USDT", "buy", "1", "40000", "7"],
+                            ["close-report", exchange, "BTC_USDT", "42"]):
+                ends = command[:2] == ["close-report", "gate"]
+                for faults, sent in (([Fault.close(host, times=1)], 1 if ends else 2),
+                                     ([Fault.answer(host, times=1), Fault.close(host)], 2)):
+                    self.box.faults[:] = faults
+                    self.box.requests.clear()
+                    self.says(error("http_failed"), *command)
+                    self.assertEqual(sent, len(self.box.requests))
+        # It is signed at one moment, however long the first half takes.
+        self.box.faults.clear()
+        self.stand_in(curl=f'{self.real("curl")} "$@"; case "$*" in *orders*) sleep 1.1 ;; esac')
+        self.assertNotIn("SIGNATURE", self.answer("close-report", "gate", "BTC_USDT", "42"))
+        first, second = self.box.requests[-2:]
+        self.assertEqual(first.header("Timestamp"), second.header("Timestamp"))
+
+    def test_any_text_arrives_as_it_is_and_nothing_of_it_is_run(self):
+        os.mkdir(os.path.join(self.home, "here"))
+        for text in (os.fsdecode(bytes(range(1, 256))),
+                     "$(touch ran)`touch ran`; touch ran #'; touch ran; \"\ntouch ran\n-o ran"):
+            line = re.sub("[\r\n]", "", text)
+            for command in (["place-open", "okx", text, text, text, text, "-5"],
+                            ["claim-token", text], ["set-wallet", line], ["bind-status"]):
+                self.answer(*command, cwd=os.path.join(self.home, "here"))
+            *posts, status = self.box.requests[-4:]
+            self.assertEqual([
+                f'{{"instId":"{text}","lever":"-5","mgnMode":"isolated","posSide":"short"}}',
+                f'{{"instId":"{text}","tdMode":"isolated","posSide":"short","side":"{text}",'
+                f'"ordType":"limit","px":"{text}","sz":"{text}"}}',
+                f'{{"token":"{text}","connectorId":"{DEVICE}","connectorLabel":"My Mac"}}'],
+                [os.fsdecode(request.body) for request in posts])
+            self.assertEqual(line, status.header("x-morvane-wallet"))
+        self.assertEqual([], os.listdir(os.path.join(self.home, "here")))
+
+    def test_a_relay_is_spoken_to_by_http_and_none_is_not(self):
+        for url, root in ((f"wss://{hosts.RELAY}", RELAY), (None, RELAY),
+                          (f"ws://{hosts.RELAY}/v1", f"http://{hosts.RELAY}/v1")):
+            self.env.pop("MORVANE_RELAY_URL", None)
+            self.env.update({"MORVANE_RELAY_URL": url} if url else {})
+            told = self.answer("server-health")
+            self.assertIn(f'"relay_url":"{url or RELAY}","reachable":true', told)
+            asked = self.told(self.box.requests[-1], "", 0)
+            self.assertEqual(f"GET {root}/api/security/config", asked)
+        self.env["MORVANE_RELAY_URL"] = ""
+        self.says(health("", False, "disconnected", "relay url missing"), "server-health")
+        self.assertIn("\nrelay_connected=false\n", self.answer("status"))
