@@ -19,8 +19,6 @@ import sys
 from collections import namedtuple
 from typing import Iterator, List
 
-WORKERS = 2
-
 # What may stand in the place of each of these.
 OPERATORS = [("==", "!="), ("!=", "=="), ("&&", "||"), ("||", "&&"), (" < ", " <= "),
              (" > ", " >= "), (" + 1", " - 1"), ("++", "--"), (" += ", " = "), (" true", " false"),
@@ -103,10 +101,10 @@ def judge(fault: Fault, trees: "queue.Queue[pathlib.Path]") -> str:
 def main(count: int = 40, seed: int = random.randrange(1_000_000)) -> int:
     print(f"{count} faults of seed {seed}", flush=True)
     drawn, trees = draws(random.Random(seed)), queue.Queue()
-    for number in range(WORKERS):
+    for number in range(2):
         trees.put(prepare_tree(pathlib.Path(f"build/mutants/{number}")))
     judged = []
-    with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
         while len(judged) < count:
             batch = [next(drawn) for _ in range(count - len(judged))]
             for fault, found in zip(batch, pool.map(lambda one: judge(one, trees), batch)):
