@@ -41,7 +41,7 @@ def health(url, reachable, status, message):
 class Requests(ConnectorTest):
     def setUp(self):
         super().setUp()
-        self.store_keys("hyperliquid", *EXCHANGES)
+        self.store_keys("hyperliquid", "Bybit", *EXCHANGES)
         self.be_bound()
 
     def test_what_goes_out_is_what_the_table_says_and_no_exchange_refuses_the_signature(self):
