@@ -69,6 +69,7 @@ class Requests(ConnectorTest):
                 self.assertRegex(printed, self.frame(*words[:2]))
                 if words[:2] != ["validate", "okx"]:  # Only one of its sites knows a key.
                     self.assertNotRegex(printed, NOT_ACCEPTED)
+        self.assertEqual({"relay", *EXCHANGES}, set(at), "Each exchange has rows.")
 
     def told(self, request, expected, began):
         """A request as the table tells it: what changes from run to run by its name."""
