@@ -1,4 +1,4 @@
-"""python3 -m sandbox [--path DIR]... [--share DIR] [CMD ARG...]"""
+"""python3 -m sandbox [--path DIR]... [--share DIR] [--cwd DIR] [CMD ARG...]"""
 
 import argparse
 import os
@@ -9,21 +9,41 @@ import sys
 from .box import Sandbox
 
 GREETING = """\
-Sandbox: the exchanges, the relay and the download host are stand-ins, and HOME is an empty folder.
-Keys: demo-bybit-key demo-bybit-secret, and so on; okx, kucoin, bitget: also demo-passphrase.
-Bind token: demo-bind-token     Switches: curl http://sandbox.control/
+Sandbox: the exchanges, the relay and the download host are stand-ins, and HOME
+is an empty folder. Nothing in here is real, and nothing of yours is touched.
+Begin with:
+  morvane-connector validate bybit demo-bybit-key demo-bybit-secret
+  morvane-connector balance bybit
+Keys of the others are named likewise; okx, kucoin and bitget also want the
+passphrase demo-passphrase. Bind token: demo-bind-token
+Switches: curl http://sandbox.control/
 Leave with exit or Ctrl-D: everything in here is gone then.
 """
-SETTINGS = {".bashrc": """\
+
+# Of each shell that is at home here: its settings, below HOME.
+SETTINGS = {
+    "bash": (".bashrc", """\
 PS1='(sandbox) \\w \\$ '
 PROMPT_COMMAND=
 completions=$SANDBOX_SHARE/bash-completion/completions/morvane-connector
 [ ! -r "$completions" ] || . "$completions"
-""", ".zshrc": """\
+"""),
+    "zsh": (".zshrc", """\
 PROMPT='(sandbox) %~ %# ' RPROMPT= HISTSIZE=1000 SAVEHIST=1000
 fpath=("$SANDBOX_SHARE/zsh/site-functions" $fpath)
 autoload -Uz compinit && compinit -u -D
-"""}
+"""),
+    "fish": (".config/fish/config.fish", """\
+set -g fish_greeting
+function fish_prompt
+    echo -n "(sandbox) "(prompt_pwd)" > "
+end
+set -l completions $SANDBOX_SHARE/fish/vendor_completions.d/morvane-connector.fish
+test -r $completions; and source $completions
+"""),
+}
+# Where it is there, fish does not make completions of all manuals, which outlasts a short visit.
+FISH_COMPLETIONS = ".local/share/fish/generated_completions"
 
 
 def main() -> int:
@@ -35,13 +55,15 @@ def main() -> int:
                         help="a directory to come first on the PATH")
     parser.add_argument("--share", default="share", metavar="DIR",
                         help="where the shell finds the manual and the completions")
+    parser.add_argument("--cwd", metavar="DIR", help="where to run it")
     parser.add_argument("command", nargs=argparse.REMAINDER, metavar="CMD ARG...")
     options = parser.parse_args()
     for number in (signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, _stop)
     try:
         with Sandbox(options.path) as box:
-            child = subprocess.Popen(options.command or _shell(box.env, options.share), env=box.env)
+            child = subprocess.Popen(options.command or _shell(box.env, options.share),
+                                     env=box.env, cwd=options.cwd)
             signal.signal(signal.SIGINT, signal.SIG_IGN)  # Ctrl-C reaches the command as well.
             try:
                 status = child.wait()
@@ -58,15 +80,22 @@ def _shell(env: dict[str, str], share: str) -> list[str]:
 
     `share` is a folder laid out as an installation's share: manual and completions come from it.
     """
-    home, share = env["HOME"], os.path.abspath(share)
-    env.update(SANDBOX_SHARE=share, PS1="(sandbox) $ ", ZDOTDIR=home, HISTFILE=home + "/.history",
+    home, share, shell = env["HOME"], os.path.abspath(share), env.get("SHELL", "")
+    name = os.path.basename(shell)
+    if name not in SETTINGS:
+        sys.stderr.write(f"There are no settings for the shell '{name}': this is bash.\n")
+        name = shell = "bash"
+    env.update(SANDBOX_SHARE=share, ZDOTDIR=home, HISTFILE=home + "/.history", SHELL=shell,
                MANPATH=share + "/man:" + env.get("MANPATH", ""), SHELL_SESSIONS_DISABLE="1",
                BASH_SILENCE_DEPRECATION_WARNING="1")
-    for name, text in SETTINGS.items():
-        with open(os.path.join(home, name), "w", encoding="ascii") as file:
-            file.write(text)
+    settings, text = SETTINGS[name]
+    path = os.path.join(home, settings)
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    os.makedirs(os.path.join(home, FISH_COMPLETIONS))
+    with open(path, "w", encoding="ascii") as file:
+        file.write(text)
     sys.stderr.write(GREETING)
-    return [env.get("SHELL") or "/bin/sh"]
+    return [shell]
 
 
 def _stop(number, _frame) -> None:

@@ -11,6 +11,7 @@ from contextlib import ExitStack
 from typing import Any
 
 from . import hosts
+from .home import furnish
 from .http_message import take_fault, wire_text
 from .proxy import Proxy
 from .world import World
@@ -26,6 +27,12 @@ keyUsage = critical, digitalSignature, keyCertSign
 extendedKeyUsage = serverAuth
 subjectKeyIdentifier = hash
 subjectAltName = """ + ", ".join("DNS:" + host for host in hosts.BY_SCHEME["https"])
+
+PASSING = ("PATH", "TMPDIR", "USER", "LOGNAME", "SHELL", "TZ",
+           "TERM", "COLORTERM", "COLUMNS", "LINES", "NO_COLOR", "LANG", "LANGUAGE", "MANPATH",
+           # Where a Mac's developer tools lie, and what a connector with sanitizers reads.
+           "DEVELOPER_DIR", "ASAN_OPTIONS", "MallocNanoZone", "GCOV_ERROR_FILE")
+"""Of the caller's environment. Nothing else does: much of it moves what tools trust or run."""
 
 
 class Sandbox(World):
@@ -44,8 +51,7 @@ class Sandbox(World):
             self._folder = os.path.realpath(tempfile.mkdtemp(prefix="morvane-sandbox-"))
             stack.callback(shutil.rmtree, self._folder, ignore_errors=True)
             self.home = self._new_folder("home")
-            _refuse_used_keychain()
-            stack.callback(_remove_items, self.home)
+            furnish(self.home)
             self._certificates["known"] = self._new_certificate("known")
             self._proxy = Proxy(self, self._certificate)
             stack.callback(self._proxy.close)
@@ -93,37 +99,18 @@ class Sandbox(World):
             return self._certificates[name]
 
     def _environment(self) -> dict[str, str]:
-        env = {name: value for name, value in os.environ.items()
-               if name.lower() not in ("all_proxy", "http_proxy", "https_proxy", "no_proxy")}
+        """What passes of the caller's, and what leads into this world."""
         authority = os.path.join(self._folder, "known", "certificate.pem")
-        env.update(https_proxy=self._proxy.url, http_proxy=self._proxy.url, HOME=self.home,
-                   CURL_CA_BUNDLE=authority, SSL_CERT_FILE=authority,
-                   MORVANE_RELAY_URL="https://" + hosts.RELAY)
+        env = {name: value for name, value in os.environ.items()
+               if name in PASSING or name.startswith("LC_")}
+        env.update(HOME=self.home, https_proxy=self._proxy.url, http_proxy=self._proxy.url,
+                   CURL_CA_BUNDLE=authority, SSL_CERT_FILE=authority, SANDBOX_AUTHORITY=authority,
+                   PYTHONPATH=os.path.join(os.path.dirname(os.path.abspath(__file__)), "python"),
+                   PYTHONDONTWRITEBYTECODE="1", MORVANE_RELAY_URL="https://" + hosts.RELAY)
         path = list(self._path)
         # Some version managers look for their python3 below HOME, and so find none.
-        if subprocess.run("python3 -c '' 2>/dev/null", shell=True, env=env).returncode:
+        if subprocess.run(["sh", "-c", "python3 -c '' 2>/dev/null"], env=env).returncode:
             path.append(self._new_folder("bin"))
             os.symlink(sys.executable, os.path.join(path[-1], "python3"))
         env["PATH"] = os.pathsep.join(path + [env.get("PATH", os.defpath)])
         return env
-
-
-def _refuse_used_keychain() -> None:
-    """On a Mac, and so the next one: keeps away from the user's own keychain items."""
-    held = [exchange for exchange in hosts.BY_EXCHANGE if _security("find", exchange, os.environ)]
-    if held:
-        raise RuntimeError("your keychain holds the connector's own credentials for "
-                           f"{', '.join(held)}; the sandbox does not start beside them")
-
-
-def _remove_items(home: str) -> None:
-    for exchange in hosts.BY_EXCHANGE:
-        _security("delete", exchange, os.environ)
-        _security("delete", exchange, {**os.environ, "HOME": home})
-
-
-def _security(verb, exchange, env) -> bool:
-    return sys.platform == "darwin" and subprocess.run(
-        ["/usr/bin/security", f"{verb}-generic-password",
-         "-s", f"morvane.connector.{exchange}", "-a", exchange],
-        env=env, stdin=subprocess.DEVNULL, capture_output=True).returncode == 0

@@ -1,11 +1,11 @@
 #include "net/shell.hpp"
 
-#include <array>
 #include <cstdio>
 #include <utility>
 
-namespace morvane::connector {
+#include "net/tool_streams.hpp"
 
+namespace morvane::connector {
 ShellLine ShellLine::quoted_by_caller(const std::string& piece) {
   ShellLine line("");
   line.text_ = piece;
@@ -40,19 +40,23 @@ ShellLine shell_word(const std::string& value) {
 
 CommandOutput run_command(const ShellLine& line) {
   CommandOutput result;
+  ErrorPipe errors;
   std::FILE* pipe = popen((line + " 2>&1").text().c_str(), "r");
+  errors.give_back();
   if (pipe == nullptr) {
     result.exit_code = -1;
     result.error = "popen failed";
     return result;
   }
-  std::array<char, 4096> chunk{};
-  while (std::fgets(chunk.data(), static_cast<int>(chunk.size()), pipe) != nullptr) {
-    result.output += chunk.data();
-  }
+  const bool whole = collect(fileno(pipe), errors, result.output);
   const int status = pclose(pipe);
   const bool exited = (status & 0x7f) == 0;
   result.exit_code = exited ? (status >> 8) & 0xff : status;
+  errors.take();
+  errors.pass_on(result.exit_code);
+  if (!whole) {
+    result.exit_code = -1;
+  }
   return result;
 }
 

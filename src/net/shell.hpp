@@ -9,7 +9,8 @@ namespace morvane::connector {
 // What one command line left behind.
 struct CommandOutput {
   // The exit status 0..255 of a line that ended by itself; the raw wait status of a shell that a
-  // signal killed (9 for SIGKILL, not 137); -1 when no shell could be started.
+  // signal killed (9 for SIGKILL, not 137); -1 when no shell could be started, or when reading its
+  // output broke off.
   std::int32_t exit_code = 0;
   // Standard output and the last command's standard error, in order of arrival, untrimmed. Bytes
   // between a NUL and the end of its line are lost: every tool run here prints text.
@@ -55,8 +56,9 @@ std::string shell_escape(const std::string& value);
 ShellLine shell_word(const std::string& value);
 
 // Runs `line`, waits for it and collects what it printed. " 2>&1" is appended, so of a pipeline
-// only the last command's errors are collected. Never throws for a failing command; there is no
-// time limit beyond the one the tool was given.
+// only the last command's errors are collected; the others' come out on standard error when the
+// line has ended. What the shell says of a tool that a signal killed is dropped. Never throws for a
+// failing command; there is no time limit beyond the one the tool was given.
 CommandOutput run_command(const ShellLine& line);
 
 // Runs `pipeline` with exactly the bytes of `text` on its standard input.

@@ -10,6 +10,7 @@ import time
 import unittest
 
 from sandbox import Sandbox, hosts
+from sandbox.home import KEYCHAIN, furnish
 
 CONNECTOR = os.path.abspath(os.environ["MORVANE_CONNECTOR"])
 EXCHANGES = tuple(hosts.BY_EXCHANGE)
@@ -24,6 +25,10 @@ CREDENTIAL = "exchange={}\napi_key={}\napi_secret={}\npassphrase={}\n"
 VALIDATION = re.compile("exchange=(.*)\nstatus=(.*)\ncan_read=(.*)\ncan_trade=(.*)\n"
                         "withdrawal_enabled=(.*)\ncredentials_saved=(.*)\nchecked_at=(.*)\n"
                         "reason=((?s:.*))\n")
+
+# A mount namespace of one's own, in which the folder $1 lies over /usr/bin.
+PRIVATE = ["unshare", "--mount", *(["--user", "--map-root-user"] if os.geteuid() else []), "sh",
+           "-c", 'mount -t overlay x -o lowerdir="$1":/usr/bin /usr/bin && shift && "$@"', "sh"]
 
 
 def now():
@@ -52,9 +57,9 @@ class ConnectorTest(unittest.TestCase):
         self.box.reset()
         self.home = os.path.realpath(tempfile.mkdtemp(prefix="morvane-test-"))
         self.addCleanup(shutil.rmtree, self.home, ignore_errors=True)
+        furnish(self.home)
         self.root = os.path.join(self.home, ".morvane-connector")
         self.env = dict(self.box.env, HOME=self.home, TZ="XXX-9")
-        self.env.pop("PYTHONPATH", None)  # ours, not the owner's
         self.program, self.user = [CONNECTOR], {}
 
     def connector(self, *arguments, **options):
@@ -103,6 +108,11 @@ class ConnectorTest(unittest.TestCase):
             key = self.key(exchange) if exchange in EXCHANGES else "ksp"
             self.write(f"vault/{exchange}.vault", CREDENTIAL.format(exchange, *key))
 
+    def refuse_keychain(self):
+        """From here on the keychain, where there is one, takes nothing and has nothing."""
+        os.makedirs(os.path.join(self.home, os.path.dirname(KEYCHAIN)), exist_ok=True)
+        self.write(os.path.join("..", KEYCHAIN), "damaged")
+
     def be_bound(self):
         self.write("device_identity.env", IDENTITY.format("0xOwn", 1))
         self.write("pairing.env", PAIRING.format("0xOwn", "bound", "", "", 1, 1))
@@ -128,12 +138,20 @@ class ConnectorTest(unittest.TestCase):
         scripts.update((tool, f'exec {self.real(tool)} "$@"') for tool in tools)
         for name, script in scripts.items():
             with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
-                file.write(f"#!/bin/sh\n{script}\n")
+                file.write(script if script.startswith("#!") else f"#!/bin/sh\n{script}\n")
             os.chmod(file.name, 0o755)
         self.env["PATH"] = folder + behind
 
     def stand_in(self, **scripts):
         self.only_tools(**scripts, behind=os.pathsep + self.env["PATH"])
+
+    def over_usr_bin(self, **scripts):
+        """From here on the connector finds these tools at their full paths, too."""
+        self.stand_in(**scripts)
+        inside = [*PRIVATE, self.env["PATH"].split(os.pathsep)[0]]
+        if not shutil.which("unshare") or self.box.run([*inside, "true"]).returncode:
+            self.skipTest("this system allows no mount namespace of one's own")
+        self.program = [*inside, *self.program]
 
     def real(self, tool):
         return shlex.quote(shutil.which(tool, path=self.box.env["PATH"]))

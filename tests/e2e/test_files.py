@@ -7,27 +7,17 @@ import resource
 import shutil
 import signal
 import stat
-import sys
 from concurrent.futures import ThreadPoolExecutor
 
+from sandbox.home import KEYCHAIN
 from support import CONNECTOR, CREDENTIAL, DEVICE, ConnectorTest
 
 LATEST, IMAGE = (f"updates/Morvane-Connector-{name}.dmg" for name in ("latest", "0.2.0"))
 
 
-# Keeps items in files and prints one as macOS prints what holds a line feed: as hex digits. Where
-# it is locked, it refuses. It notes how it was called.
-SECURITY = r"""
-printf '<%s>' "$@" >"$HOME/call"
-[ -z "$LOCKED" ] || exit 36
-case $1 in
-  add-generic-password) printf %s "$8" >"$HOME/$6.item" ;;
-  find-generic-password) [ -f "$HOME/$5.item" ] || exit 44; xxd -p "$HOME/$5.item" | tr -d '\n' ;;
-esac"""
-
-# A mount namespace of one's own, in which the folder $1 lies over /usr/bin.
-PRIVATE = ["unshare", "--mount", *(["--user", "--map-root-user"] if os.geteuid() else []), "sh",
-           "-c", 'mount -t overlay x -o lowerdir="$1":/usr/bin /usr/bin && shift && "$@"', "sh"]
+STAND_IN = os.path.join(os.path.dirname(__file__), "../stand_ins/security")
+# The keychain's tool, which notes how it was called.
+SECURITY = f"""printf '<%s>' "$@" >"$HOME/call"; exec {os.path.abspath(STAND_IN)} "$@" """
 
 
 def careless():
@@ -40,6 +30,7 @@ def careless():
 class Files(ConnectorTest):
     def setUp(self):
         super().setUp()
+        self.refuse_keychain()
         self.be_bound()
         self.answer("status")
         self.check = ["validate", "bybit", *self.key("bybit")]
@@ -98,7 +89,8 @@ class Files(ConnectorTest):
             self.program = [shutil.copy(CONNECTOR, self.home)]
             self.env["CURL_CA_BUNDLE"] = shutil.copy(self.env["CURL_CA_BUNDLE"], self.home)
             self.env["GCOV_PREFIX"] = self.home  # where an instrumented binary may write
-            os.chmod(self.home, 0o777)
+            for folder in ("", "Library", "Library/Keychains"):
+                os.chmod(os.path.join(self.home, folder), 0o777)
             shutil.rmtree(self.root)
         self.answer(*self.check)
         os.chmod(self.path("vault/bybit.vault"), 0)
@@ -155,43 +147,50 @@ class Files(ConnectorTest):
 
 
 class Keychain(ConnectorTest):
+    ITEM = "<-s><morvane.connector.bybit><-a><bybit><-w>"
+
     def setUp(self):
         super().setUp()
-        if sys.platform == "darwin":
-            self.skipTest("the keychain of a Mac is its user's")
-        self.stand_in(security=SECURITY)
-        inside = [*PRIVATE, self.env["PATH"].split(os.pathsep)[0]]
-        if not shutil.which("unshare") or self.box.run([*inside, "true"]).returncode:
-            self.skipTest("this system allows no mount namespace of one's own")
-        self.program = [*inside, *self.program]
+        self.over_usr_bin(security=SECURITY)
+        self.write(os.path.join("..", KEYCHAIN), "a keychain\n")
+        self.text = CREDENTIAL.format("bybit", *self.key("bybit"))
 
-    def test_a_key_is_kept_there_and_where_that_is_refused_in_its_file(self):
-        item = "<-s><morvane.connector.bybit><-a><bybit><-w>"
-        text = CREDENTIAL.format("bybit", *self.key("bybit"))
-        self.store_keys("okx")
+    def test_a_saved_key_is_an_item_and_a_line_of_the_index_and_no_file(self):
         self.write("vault/bybit.vault", "api_key=older\n")
         for _ in range(2):
             self.validate("bybit")
-            self.assertEqual(f"<add-generic-password><-U>{item}<{text[:-1]}>", self.read("../call"))
+            self.assertEqual(f"<add-generic-password><-U>{self.ITEM}<{self.text[:-1]}>",
+                             self.read("../call"))
         self.assertEqual("api_key=older\n", self.read("vault/bybit.vault"))
         self.assertEqual("bybit\nbybit\n", self.read("vault/vault_index.txt"))
-        for _ in range(2):
-            self.says(f"status=ok\n{text}", "load-credentials", "bybit")
-            self.assertEqual(f"<find-generic-password>{item}", self.read("../call"))
-            self.answer("delete-credentials", "bybit")
-        self.assertRegex(self.answer("status"), "=bybit status=conf.*\n.*=okx status=not")
-        # Where the keychain has nothing, the file is asked; an item counts though it is empty.
-        self.assertIn("api_key=demo-okx-key\n", self.answer("load-credentials", "okx"))
+        self.assertIn("exchange=bybit status=configured ", self.answer("status"))
+
+    def test_a_saved_key_is_loaded_also_after_its_file_was_deleted(self):
+        self.validate("bybit")
+        self.answer("delete-credentials", "bybit")
+        self.says(f"status=ok\n{self.text}", "load-credentials", "bybit")
+        self.assertEqual(f"<find-generic-password>{self.ITEM}", self.read("../call"))
+
+    def test_the_file_is_asked_where_the_keychain_has_no_item(self):
+        self.store_keys("okx")
+        self.assertIn("\napi_key=demo-okx-key\n", self.answer("load-credentials", "okx"))
+
+    def test_an_item_counts_though_it_holds_no_key(self):
         odd = "my odd\\name/"
-        self.write("../my_odd_name_.item", "no credential")
+        self.write(f"../{KEYCHAIN}.morvane.connector.my_odd_name_", "no credential")
         self.write("vault/my_odd_name_.vault", "api_key=file\n")
         self.says("status=ok\n" + CREDENTIAL.format(odd, "", "", ""), "load-credentials", odd)
-        self.env["LOCKED"] = "yes"
+        self.refuse_keychain()
         self.assertIn("exchange=\napi_key=file\n", self.answer("load-credentials", odd))
+
+    def test_where_the_keychain_refuses_the_key_goes_to_its_file(self):
+        self.refuse_keychain()
         self.assert_accepted("bybit")
-        self.assertEqual(text, self.read("vault/bybit.vault"))
-        os.remove(self.path("vault/vault_index.txt"))
+        self.assertEqual(self.text, self.read("vault/bybit.vault"))
+
+    def test_without_an_index_the_files_are_listed(self):
+        self.store_keys("bybit", "okx")
         for name in ("bingx.vault/x", "gate.VAULT", ".vault", "kucoin.vault.bak", "bitget.txt"):
             self.write("vault/" + name, "")
-        # Without an index the files count: those of Bybit and OKX.
-        self.assertEqual(2, self.answer("status").count("credentials_present=true"))
+        shown = [line for line in self.answer("status").splitlines() if "present=true" in line]
+        self.assertEqual(["exchange=bybit", "exchange=okx"], [line.split()[0] for line in shown])

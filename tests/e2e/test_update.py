@@ -78,7 +78,7 @@ class Updates(ConnectorTest):
                                update_available=False, note="already_on_latest_version"),
                       "update-download")
         self.assertEqual(2, len(self.box.requests))
-        self.assertEqual([".morvane-connector"], os.listdir(self.home))
+        self.assertNotIn("ran", os.listdir(self.home))
 
     def test_a_failed_download_leaves_the_latest_image_as_it_was(self):
         self.write(LATEST, "older")
