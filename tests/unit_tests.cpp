@@ -62,16 +62,26 @@ TEST(PyStringLiteral, every_text_is_read_back_by_python_as_itself) {
 }
 
 TEST(RunCommand, gives_the_lines_own_status_and_all_that_it_printed) {
-  const Rows rows = {{"exit 3 | exit 255", "255 "},
-                     // A shell that a signal killed gives the raw status.
-                     {"printf before; kill -9 $$", "9 before"},
-                     {"sh -c 'echo one; echo \" two \" >&2; echo three'", "0 one\n two \nthree\n"},
-                     // A NUL loses the rest of its line and no other.
-                     {"printf 'a\\000b\\nc\\n'", "0 ac\n"},
-                     {": " + std::string(32UL << 20, 'x'), "-1 popen failed"}};
-  for (const auto& [command, left] : rows) {
-    const CommandOutput result = run_command(ShellLine::quoted_by_caller(command));
-    EXPECT_EQ(std::to_string(result.exit_code) + " " + result.output + result.error, left);
+  const std::vector<std::pair<ShellLine, std::string>> rows = {
+      {ShellLine("exit 3 | exit 255"), "255 "},
+      // A shell that a signal killed gives the raw status.
+      {ShellLine("printf before; kill -9 $$"), "9 before"},
+      {ShellLine("sh -c 'echo one; echo \" two \" >&2; echo three'"), "0 one\n two \nthree\n"},
+      // A NUL loses the rest of its line and no other.
+      {ShellLine("printf 'a\\000b\\nc\\n'"), "0 ac\n"}};
+  for (const auto& [line, left] : rows) {
+    const CommandOutput result = run_command(line);
+    EXPECT_EQ(std::to_string(result.exit_code) + " " + result.output + result.error, left)
+        << line.text();
+  }
+}
+
+TEST(RunCommand, fails_for_a_line_that_is_too_long_for_the_system) {
+  const CommandOutput result = run_command(": " + shell_word(std::string(32UL << 20, 'x')));
+  // Apple's popen finds out in the child.
+  if (result.exit_code != 127) {
+    EXPECT_EQ(result.exit_code, -1);
+    EXPECT_EQ(result.error, "popen failed");
   }
 }
 
@@ -83,6 +93,8 @@ TEST(CredentialText, is_read_line_by_line_without_trimming_also_from_the_keychai
                      {"6170695F6B65793D6B\n", "|k||"},  // api_key=k
                      {"6170695f6b65793d6b", "|k||"},
                      {"6170695f6b65793d6b6\n", "|||"},
+                     {"tool(7): a warning\nabba\n6170695f6b65793d6b\n", "|k||"},
+                     {"api_key=k\n6170695f6b65793d6b\n", "|k||"},
                      {"6170695f6b65793d6b x\n", "|||"}};
   for (const auto& [output, read] : rows) {
     const StoredCredential found = parse_credential_text(decode_keychain_output(output));

@@ -1,6 +1,8 @@
 #include "state/credential_text.hpp"
 
+#include <algorithm>
 #include <cstddef>
+#include <sstream>
 
 #include "net/text.hpp"
 #include "state/record_text.hpp"
@@ -15,6 +17,26 @@ constexpr RecordFields<StoredCredential, 4> credential_fields = {{
     {"passphrase", &StoredCredential::passphrase},
 }};
 
+// Whether it is one of the lines of a credential.
+bool is_field(const std::string& line) {
+  return std::any_of(credential_fields.begin(), credential_fields.end(), [&](const auto& field) {
+    return line.starts_with(std::string(field.key) + "=");
+  });
+}
+
+bool is_hex(const std::string& text) {
+  return !text.empty() && text.size() % 2 == 0 &&
+         text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+}
+
+std::string from_hex(const std::string& digits) {
+  std::string text;
+  for (std::size_t i = 0; i < digits.size(); i += 2) {
+    text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string to_credential_text(const StoredCredential& credential) {
@@ -28,16 +50,17 @@ StoredCredential parse_credential_text(const std::string& text) {
 }
 
 std::string decode_keychain_output(const std::string& output) {
-  const std::string digits = trim(output);
-  const bool is_hex = digits.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-  if (digits.empty() || digits.size() % 2 != 0 || !is_hex) {
-    return output;
+  std::string digits;
+  std::istringstream lines(output);
+  for (std::string line; std::getline(lines, line);) {
+    if (is_field(line)) {
+      return output;
+    }
+    if (is_hex(trim(line))) {
+      digits = trim(line);
+    }
   }
-  std::string text;
-  for (std::size_t i = 0; i < digits.size(); i += 2) {
-    text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-  }
-  return text;
+  return digits.empty() ? output : from_hex(digits);
 }
 
 }  // namespace morvane::connector

@@ -18,9 +18,10 @@ std::string to_credential_text(const StoredCredential& credential);
 // Reads such lines back; missing ones leave their fields empty.
 StoredCredential parse_credential_text(const std::string& text);
 
-// What security(1) printed for a password, as the password. A password that holds a non-printable
-// byte (a line feed, say) is printed as hex digits alone; anything but an even, non-zero number of
-// hex digits is text already and comes back as it is.
+// What security(1) printed for a password, as the password. One that holds a non-printable byte (a
+// line feed, say) is printed as hex digits alone on a line. Where no line is one of a credential,
+// the last line of hex digits, an even number of them, is decoded: a Mac's tools may print warnings
+// before it. All else is text already and comes back as it is.
 std::string decode_keychain_output(const std::string& output);
 
 }  // namespace morvane::connector
