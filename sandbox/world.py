@@ -7,11 +7,13 @@ from typing import Optional
 
 from . import hosts
 from .account import MARKS, Account
+from .exchanges.bingx import Bingx
+from .exchanges.bitget import Bitget
 from .exchanges.bybit import Bybit
 from .exchanges.exchange import ApiKey
 from .exchanges.gate import Gate
+from .exchanges.kucoin import Kucoin
 from .exchanges.okx import Okx
-from .exchanges.reading import Bingx, Bitget, Kucoin
 from .http_message import Fault, Request, Response, take_fault
 from .platform_hosts import Downloads, Relay
 
