@@ -15,7 +15,11 @@ FUNDING = (("BTC", 2880, "-0.9000"), ("BTC", 150, "-0.0375"), ("BTC", 90, "0.041
 
 
 class Refused(Exception):
-    """The reason, and perhaps what it is about; an exchange has words of its own for it."""
+    """A reason, and perhaps what it is about; each exchange has words of its own for it."""
+
+    def __init__(self, reason: str, about: str = "") -> None:
+        super().__init__(reason, about)
+        self.reason, self.about = reason, about
 
 
 @dataclass

@@ -10,7 +10,7 @@ from .account import MARKS, Account
 from .exchanges.bingx import Bingx
 from .exchanges.bitget import Bitget
 from .exchanges.bybit import Bybit
-from .exchanges.exchange import ApiKey
+from .exchanges.exchange import ApiKey, Refusal
 from .exchanges.gate import Gate
 from .exchanges.kucoin import Kucoin
 from .exchanges.okx import Okx
@@ -35,9 +35,11 @@ class World:
         """Everything as at the start."""
         with self.lock:
             self.requests: list[Request] = []
+            # Those whose key, time, signature or passphrase an exchange did not accept.
+            self.refusals: list[Refusal] = []
             self.faults: list[Fault] = []
             self.relay, self.downloads = Relay(), Downloads()
-            self._exchanges = {kind.name: kind() for kind in
+            self._exchanges = {kind.name: kind(self.refusals) for kind in
                                (Bybit, Okx, Gate, Bingx, Kucoin, Bitget)}
             self._services = {hosts.RELAY: self.relay.handle, hosts.CONTROL: self._control,
                               hosts.DOWNLOAD: self.downloads.handle}

@@ -21,6 +21,15 @@ from ..http_message import Request, Response, wire_bytes
 
 
 @dataclass(frozen=True)
+class Refusal:
+    """A request that was let in nowhere, and why, whatever words its exchange has for that."""
+
+    exchange: str
+    reason: str  # no_header, time, key, passphrase or sign
+    request: Request
+
+
+@dataclass(frozen=True)
 class ApiKey:
     key: str
     secret: str
@@ -81,7 +90,9 @@ class Exchange:
     signed_sizes = False  # whether a size below zero sells
     unit_ms = 1  # of its times
 
-    def __init__(self) -> None:
+    def __init__(self, refusals: list[Refusal]) -> None:
+        """`refusals` gets each request that is not let in."""
+        self._refusals = refusals
         phrases = ("demo-passphrase", "Пароль") if "passphrase" in self.credentials else ("", "")
         self.keys = [ApiKey(f"demo-{name}-key", f"demo-{name}-secret", phrases[0], **traits)
                      for name, traits in {self.name: {}, **self.demo_keys}.items()]
@@ -98,23 +109,33 @@ class Exchange:
     def handle(self, request: Request) -> Response:
         try:
             key = self._authenticate(request)
-            if request.method != "GET" and not key.can_trade:
-                raise Refused("permission")
-            for pattern, operation in self.routes.items():
-                match = re.fullmatch(pattern, f"{request.method} {request.path}")
-                if match:
-                    call = Call(request, match.groupdict(), self.names, key)
-                    data = getattr(self, operation)(call)
-                    data = self.shapes.get(operation, lambda whole: whole)(data)
-                    return Response.of_json(self.envelope(*self.ok, data))
-            raise Refused("invalid", "path")
         except Refused as refused:
-            reason, about = refused.args[0], refused.args[-1]
-            about = self.names.get(about, about)
-            status, code, text = self._errors.get(f"{reason}/{about}") or \
-                self._errors.get(reason) or self._errors["invalid"]
-            text = " ".join(text.replace("{}", about).split())
-            return Response.of_json(self.envelope(code, text, None), int(status))
+            self._refusals.append(Refusal(self.name, refused.reason, request))
+            return self._refusal(refused)
+        try:
+            return Response.of_json(self.envelope(*self.ok, self._carry_out(request, key)))
+        except Refused as refused:
+            return self._refusal(refused)
+
+    def _carry_out(self, request: Request, key: ApiKey) -> Any:
+        """The data of the answer."""
+        if request.method != "GET" and not key.can_trade:
+            raise Refused("permission")
+        for pattern, operation in self.routes.items():
+            match = re.fullmatch(pattern, f"{request.method} {request.path}")
+            if match:
+                call = Call(request, match.groupdict(), self.names, key)
+                data = getattr(self, operation)(call)
+                return self.shapes[operation](data) if operation in self.shapes else data
+        raise Refused("invalid", "path")
+
+    def _refusal(self, refused: Refused) -> Response:
+        about = refused.about or refused.reason
+        about = self.names.get(about, about)
+        status, code, text = self._errors.get(f"{refused.reason}/{about}") or \
+            self._errors.get(refused.reason) or self._errors["invalid"]
+        text = " ".join(text.replace("{}", about).split())
+        return Response.of_json(self.envelope(code, text, None), int(status))
 
     def envelope(self, code: Any, text: str, data: Any) -> Any:
         return {"code": code, "msg": text} if data is None else {"code": code, "data": data}
