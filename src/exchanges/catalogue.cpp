@@ -39,13 +39,18 @@ HttpResult Exchange::call(const ExchangeRequest& request, const StoredCredential
   Signature signature = adapter->sign(request, credential, timestamp);
   signature.headers.insert(signature.headers.end(), request.extra_headers.begin(),
                            request.extra_headers.end());
-  const std::string headers = make_headers(signature.headers);
+  const ShellLine headers = make_headers(signature.headers);
   const std::string url = std::string(host.text()) + request.path +
                           (signature.query.empty() ? "" : "?" + signature.query);
-  if (request.method == HttpMethod::post) {
-    return http_post_json(url, request.body, headers);
+  switch (request.method) {
+    case HttpMethod::post:
+      return http_post_json(url, request.body, headers);
+    case HttpMethod::del:
+      return http_delete(url, headers);
+    case HttpMethod::get:
+      break;
   }
-  return request.method == HttpMethod::del ? http_delete(url, headers) : http_get(url, headers);
+  return http_get(url, headers);
 }
 
 const Exchange* find_exchange(std::string_view id) {

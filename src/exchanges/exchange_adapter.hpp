@@ -10,6 +10,8 @@
 
 namespace morvane::connector {
 
+enum class HttpMethod { get, post, del };
+
 // What an operation asks of an exchange, unsigned.
 struct ExchangeRequest {
   HttpMethod method = HttpMethod::get;
@@ -18,7 +20,10 @@ struct ExchangeRequest {
   std::string body = {};                        // the JSON text of a POST; empty for none
   std::vector<std::string> extra_headers = {};  // "Name: value", sent after the exchange's own
 
-  std::string verb() const { return std::string(word_of(method).text()); }
+  // The method as it stands in the request line and in what is signed.
+  std::string verb() const {
+    return method == HttpMethod::get ? "GET" : method == HttpMethod::post ? "POST" : "DELETE";
+  }
   // The path with its query, as it stands in the request line.
   std::string target() const { return query.empty() ? path : path + "?" + query; }
 };

@@ -73,7 +73,7 @@ bool contains_any(std::string_view text, const std::vector<std::string_view>& ne
 
 CommandOutput ask_directly(const ValidateCredentialsRequest& request, Literal path,
                            const std::vector<std::string>& headers) {
-  return run_command("curl -sS --max-time 15 " + header_arguments(headers) +
+  return run_command("curl -sS --max-time 15 " + make_headers(headers) +
                      find_exchange(request.exchange)->host + path);
 }
 

@@ -8,11 +8,6 @@
 
 namespace morvane::connector {
 
-enum class HttpMethod { get, post, del };
-
-// "GET", "POST", "DELETE".
-Literal word_of(HttpMethod method);
-
 // The outcome of one curl run. There is no HTTP status: an answer of 4xx or 5xx is a completed
 // transfer with the error document in `body`.
 struct HttpResult {
@@ -25,14 +20,13 @@ struct HttpResult {
 
 // `lines` ("Name: value") as curl "-H" arguments, each quoted, each followed by one blank. curl
 // leaves out a header whose value is empty.
-ShellLine header_arguments(const std::vector<std::string>& lines);
-std::string make_headers(const std::vector<std::string>& lines);
+ShellLine make_headers(const std::vector<std::string>& lines);
 
-// One request each, at most 20 seconds. `headers` is a fragment of command line as make_headers
-// writes it. A POST with an empty `body` sends no data at all.
-HttpResult http_get(const std::string& url, const std::string& headers);
-HttpResult http_delete(const std::string& url, const std::string& headers);
+// One request each, at most 20 seconds. `headers` are arguments of curl, as make_headers writes
+// them. A POST with an empty `body` sends no data at all.
+HttpResult http_get(const std::string& url, const ShellLine& headers);
+HttpResult http_delete(const std::string& url, const ShellLine& headers);
 HttpResult http_post_json(const std::string& url, const std::string& body,
-                          const std::string& headers);
+                          const ShellLine& headers);
 
 }  // namespace morvane::connector

@@ -6,11 +6,6 @@
 #include "net/tool_streams.hpp"
 
 namespace morvane::connector {
-ShellLine ShellLine::quoted_by_caller(const std::string& piece) {
-  ShellLine line("");
-  line.text_ = piece;
-  return line;
-}
 
 ShellLine operator+(ShellLine left, const ShellLine& right) {
   left.text_ += right.text_;
@@ -35,7 +30,9 @@ std::string shell_escape(const std::string& value) {
 }
 
 ShellLine shell_word(const std::string& value) {
-  return ShellLine::quoted_by_caller(shell_escape(value));
+  ShellLine word;
+  word.text_ = shell_escape(value);
+  return word;
 }
 
 CommandOutput run_command(const ShellLine& line) {

@@ -35,13 +35,12 @@ class Literal {
 // is made of literals and of quoted words, joined with "+", and of nothing else.
 class ShellLine {
  public:
+  ShellLine() = default;
   explicit ShellLine(Literal literal) : text_(literal.text()) {}
-
-  // The one door for a plain text: a piece of a line of which the caller has quoted every word.
-  static ShellLine quoted_by_caller(const std::string& piece);
 
   const std::string& text() const { return text_; }
 
+  friend ShellLine shell_word(const std::string& value);
   friend ShellLine operator+(ShellLine left, const ShellLine& right);
   friend ShellLine operator+(ShellLine left, Literal right);
   friend ShellLine operator+(Literal left, const ShellLine& right);
