@@ -3,9 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <functional>
+#include <initializer_list>
 #include <iostream>
+#include <iterator>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -14,39 +20,12 @@
 namespace morvane::connector {
 namespace {
 
-using Arguments = std::vector<std::string>;  // argv: the program, the command, its arguments
-
-std::string argument_or(const Arguments& args, std::size_t index, const std::string& otherwise) {
-  return index < args.size() ? args[index] : otherwise;
-}
+using Arguments = std::span<const std::string>;  // a command's own, without its name
+using Optional = std::optional<std::string>;     // one that may be left out
 
 // Base 10; white space before it and any text after it are ignored. Meant: on text without a number
 // and on one out of range it throws, and nothing catches that.
 int number(const std::string& text) { return std::stoi(text); }
-
-int print_json(const std::string& json) {
-  std::cout << json << '\n';
-  return 0;
-}
-
-// How many texts an operation of ConnectorApp takes.
-template <typename... Texts>
-constexpr std::size_t count_of_texts(std::string (ConnectorApp::*)(Texts...)) {
-  return sizeof...(Texts);
-}
-template <typename... Texts>
-constexpr std::size_t count_of_texts(std::string (ConnectorApp::*)(Texts...) const) {
-  return sizeof...(Texts);
-}
-
-// The handler of a command whose arguments are the operation's, in order.
-template <auto operation>
-int forward(ConnectorApp& app, const Arguments& args) {
-  const auto call = [&]<std::size_t... index>(std::index_sequence<index...>) {
-    return (app.*operation)(args[index + 2]...);
-  };
-  return print_json(call(std::make_index_sequence<count_of_texts(operation)>()));
-}
 
 void print_snapshot(const ConnectorSnapshot& snapshot) {
   std::cout << "connector_health=" << to_string(snapshot.health) << '\n'
@@ -66,18 +45,19 @@ void print_snapshot(const ConnectorSnapshot& snapshot) {
   }
 }
 
-int status(ConnectorApp& app, const Arguments&) {
+int status(ConnectorApp& app) {
   print_snapshot(app.snapshot());
   return 0;
 }
 
-int validate(ConnectorApp& app, const Arguments& args) {
+int validate(ConnectorApp& app, const std::string& exchange, const std::string& api_key,
+             const std::string& api_secret, const Optional& passphrase) {
   const ValidateCredentialsResult result =
-      app.validate_and_save({.exchange = args[2],
-                             .credential = {.exchange = args[2],
-                                            .api_key = args[3],
-                                            .api_secret = args[4],
-                                            .passphrase = argument_or(args, 5, "")}});
+      app.validate_and_save({.exchange = exchange,
+                             .credential = {.exchange = exchange,
+                                            .api_key = api_key,
+                                            .api_secret = api_secret,
+                                            .passphrase = passphrase.value_or("")}});
   std::cout << "exchange=" << result.exchange << '\n'
             << "status=" << to_string(result.status) << '\n'
             << "can_read=" << true_or_false(result.can_read) << '\n'
@@ -89,8 +69,8 @@ int validate(ConnectorApp& app, const Arguments& args) {
   return result.credentials_saved ? 0 : 2;
 }
 
-int load_credentials(ConnectorApp& app, const Arguments& args) {
-  const auto credential = app.load_exchange_credentials(args[2]);
+int load_credentials(ConnectorApp& app, const std::string& exchange) {
+  const auto credential = app.load_exchange_credentials(exchange);
   if (!credential) {
     std::cout << "status=missing\n";
     return 2;
@@ -103,16 +83,16 @@ int load_credentials(ConnectorApp& app, const Arguments& args) {
   return 0;
 }
 
-int delete_credentials(ConnectorApp& app, const Arguments& args) {
-  const bool removed = app.delete_exchange_credentials(args[2]);
+int delete_credentials(ConnectorApp& app, const std::string& exchange) {
+  const bool removed = app.delete_exchange_credentials(exchange);
   std::cout << "status=" << (removed ? "ok" : "error") << '\n'
-            << "exchange=" << args[2] << '\n'
+            << "exchange=" << exchange << '\n'
             << "removed=" << true_or_false(removed) << '\n';
   return removed ? 0 : 2;
 }
 
-int set_wallet(ConnectorApp& app, const Arguments& args) {
-  const bool saved = app.set_owner_wallet(args[2]);
+int set_wallet(ConnectorApp& app, const std::string& address) {
+  const bool saved = app.set_owner_wallet(address);
   const PairingState pairing = app.pairing_state();
   if (!pairing.owner_wallet_address.empty()) {
     std::cout << "owner_wallet_address=" << pairing.owner_wallet_address << '\n';
@@ -121,7 +101,7 @@ int set_wallet(ConnectorApp& app, const Arguments& args) {
   return saved ? 0 : 2;
 }
 
-int capabilities(ConnectorApp& app, const Arguments&) {
+int capabilities(ConnectorApp& app) {
   for (const ExchangeCapabilityMatrix& row : app.capability_matrix()) {
     std::cout << "exchange=" << row.exchange << " validate=" << true_or_false(row.validate)
               << " balance=" << true_or_false(row.balance)
@@ -136,53 +116,108 @@ int capabilities(ConnectorApp& app, const Arguments&) {
   return 0;
 }
 
-int funding(ConnectorApp& app, const Arguments& args) {
-  return print_json(app.get_funding(args[2], args[3], number(argument_or(args, 4, "180"))));
+std::string funding(ConnectorApp& app, const std::string& exchange, const std::string& symbol,
+                    const Optional& lookback_minutes) {
+  return app.get_funding(exchange, symbol, number(lookback_minutes.value_or("180")));
 }
 
-int close_report(ConnectorApp& app, const Arguments& args) {
-  return print_json(app.get_close_report(args[2], args[3], argument_or(args, 4, "")));
+std::string close_report(ConnectorApp& app, const std::string& exchange, const std::string& symbol,
+                         const Optional& order_id) {
+  return app.get_close_report(exchange, symbol, order_id.value_or(""));
 }
 
-int place_open(ConnectorApp& app, const Arguments& args) {
-  return print_json(app.place_open(args[2], args[3], args[4], args[5], args[6], number(args[7])));
+std::string place_open(ConnectorApp& app, const std::string& exchange, const std::string& symbol,
+                       const std::string& side, const std::string& quantity,
+                       const std::string& price, const std::string& leverage) {
+  return app.place_open(exchange, symbol, side, quantity, price, number(leverage));
 }
+
+// What the function of a command gives back: the exit status, or the JSON to print.
+int finish(int exit_status) { return exit_status; }
+int finish(const std::string& json) {
+  std::cout << json << '\n';
+  return 0;
+}
+
+// Calls `function` with the arguments in their order, as many as it takes.
+template <auto function, typename... Texts>
+int run(ConnectorApp& app, Arguments args) {
+  const auto call = [&]<std::size_t... index>(std::index_sequence<index...>) {
+    return std::invoke(function, app, (index < args.size() ? Texts(args[index]) : Texts())...);
+  };
+  return finish(call(std::index_sequence_for<Texts...>()));
+}
+
+// A function of a command, and how many texts it takes.
+struct Handler {
+  int (*run)(ConnectorApp& app, Arguments args);
+  std::ptrdiff_t needed;
+  std::ptrdiff_t optional;
+};
+
+template <auto function, typename... Texts>
+constexpr Handler handler_taking() {
+  constexpr std::array<bool, sizeof...(Texts)> optional = {std::is_same_v<Texts, Optional>...};
+  static_assert(std::is_sorted(optional.begin(), optional.end()), "optional texts come last");
+  constexpr auto count = std::count(optional.begin(), optional.end(), true);
+  return {run<function, Texts...>, static_cast<std::ptrdiff_t>(sizeof...(Texts)) - count, count};
+}
+template <auto function, typename Result, typename... Texts>
+constexpr Handler handler_of(Result (*)(ConnectorApp&, Texts...)) {
+  return handler_taking<function, std::remove_cvref_t<Texts>...>();
+}
+template <auto function, typename... Texts>
+constexpr Handler handler_of(std::string (ConnectorApp::*)(Texts...)) {
+  return handler_taking<function, std::remove_cvref_t<Texts>...>();
+}
+template <auto function, typename... Texts>
+constexpr Handler handler_of(std::string (ConnectorApp::*)(Texts...) const) {
+  return handler_taking<function, std::remove_cvref_t<Texts>...>();
+}
+
+// Of a function above, or of an operation of ConnectorApp.
+template <auto function>
+constexpr Handler call = handler_of<function>(function);
 
 struct Command {
   std::string_view name;
-  std::string_view arguments;  // as the usage shows them: <needed>, [optional]
-  int (*run)(ConnectorApp& app, const Arguments& args);
+  std::string_view usage;  // of its arguments: <needed>, [optional]
+  Handler handler;
 
-  // The program and the command counted.
-  std::size_t least_count() const {
-    return 2 + static_cast<std::size_t>(std::count(arguments.begin(), arguments.end(), '<'));
+  // Compiles only when the usage shows as many texts as the function takes.
+  consteval Command(std::string_view its_name, std::string_view its_usage, Handler its_handler)
+      : name(its_name), usage(its_usage), handler(its_handler) {
+    if (std::count(usage.begin(), usage.end(), '<') != handler.needed ||
+        std::count(usage.begin(), usage.end(), '[') != handler.optional) {
+      throw "the usage and the function differ";
+    }
   }
 };
 
 constexpr auto commands = std::to_array<Command>({
-    {"status", "", status},
-    {"validate", "<exchange> <api_key> <api_secret> [passphrase]", validate},
-    {"load-credentials", "<exchange>", load_credentials},
-    {"delete-credentials", "<exchange>", delete_credentials},
-    {"set-wallet", "<public_evm_address>", set_wallet},
-    {"bind-wallet", "", forward<&ConnectorApp::bind_wallet_to_server>},
-    {"bind-status", "", forward<&ConnectorApp::binding_status>},
-    {"claim-token", "<token>", forward<&ConnectorApp::claim_bind_token>},
-    {"disconnect-binding", "", forward<&ConnectorApp::disconnect_binding>},
-    {"capabilities", "", capabilities},
-    {"balance", "<exchange>", forward<&ConnectorApp::get_balance>},
-    {"get-position", "<exchange> <symbol>", forward<&ConnectorApp::get_position>},
-    {"order-status", "<exchange> <symbol> <order_id>", forward<&ConnectorApp::get_order_status>},
-    {"cancel-order", "<exchange> <symbol> <order_id>", forward<&ConnectorApp::cancel_order>},
-    {"funding", "<exchange> <symbol> [lookback_minutes]", funding},
-    {"close-report", "<exchange> <symbol> [order_id]", close_report},
-    {"place-open", "<exchange> <symbol> <side> <quantity> <price> <leverage>", place_open},
+    {"status", "", call<status>},
+    {"validate", "<exchange> <api_key> <api_secret> [passphrase]", call<validate>},
+    {"load-credentials", "<exchange>", call<load_credentials>},
+    {"delete-credentials", "<exchange>", call<delete_credentials>},
+    {"set-wallet", "<public_evm_address>", call<set_wallet>},
+    {"bind-wallet", "", call<&ConnectorApp::bind_wallet_to_server>},
+    {"bind-status", "", call<&ConnectorApp::binding_status>},
+    {"claim-token", "<token>", call<&ConnectorApp::claim_bind_token>},
+    {"disconnect-binding", "", call<&ConnectorApp::disconnect_binding>},
+    {"capabilities", "", call<capabilities>},
+    {"balance", "<exchange>", call<&ConnectorApp::get_balance>},
+    {"get-position", "<exchange> <symbol>", call<&ConnectorApp::get_position>},
+    {"order-status", "<exchange> <symbol> <order_id>", call<&ConnectorApp::get_order_status>},
+    {"cancel-order", "<exchange> <symbol> <order_id>", call<&ConnectorApp::cancel_order>},
+    {"funding", "<exchange> <symbol> [lookback_minutes]", call<funding>},
+    {"close-report", "<exchange> <symbol> [order_id]", call<close_report>},
+    {"place-open", "<exchange> <symbol> <side> <quantity> <price> <leverage>", call<place_open>},
     {"place-close", "<exchange> <symbol> <side> <quantity> <price>",
-     forward<&ConnectorApp::place_close>},
-    {"update-check", "", forward<&ConnectorApp::update_check>},
-    {"update-download", "", forward<&ConnectorApp::update_download>},
-    {"update-apply", "", forward<&ConnectorApp::update_apply>},
-    {"server-health", "", forward<&ConnectorApp::server_health>},
+     call<&ConnectorApp::place_close>},
+    {"update-check", "", call<&ConnectorApp::update_check>},
+    {"update-download", "", call<&ConnectorApp::update_download>},
+    {"update-apply", "", call<&ConnectorApp::update_apply>},
+    {"server-health", "", call<&ConnectorApp::server_health>},
 });
 
 int fail_with_general_usage() {
@@ -201,21 +236,22 @@ int fail_with_general_usage() {
 CommandDispatcher::CommandDispatcher(ConnectorApp& app) : app_(app) {}
 
 int CommandDispatcher::run_cli(int argc, char** argv) {
-  const Arguments args(argv, argv + argc);
-  if (args.size() < 2) {
+  if (argc < 2) {
     return fail_with_general_usage();
   }
+  const std::string name = argv[1];
+  const std::vector<std::string> args(argv + 2, argv + argc);
   for (const Command& command : commands) {
-    if (command.name != args[1]) {
+    if (command.name != name) {
       continue;
     }
-    if (args.size() < command.least_count()) {
-      std::cerr << "usage: morvane-connector " << command.name << ' ' << command.arguments << '\n';
+    if (std::ssize(args) < command.handler.needed) {
+      std::cerr << "usage: morvane-connector " << name << ' ' << command.usage << '\n';
       return 1;
     }
-    return command.run(app_, args);
+    return command.handler.run(app_, args);
   }
-  std::cerr << "unknown command: " << args[1] << '\n';
+  std::cerr << "unknown command: " << name << '\n';
   return 1;
 }
 
