@@ -59,6 +59,22 @@ class Order:
         return self.quantity if self.buy else -self.quantity
 
     @property
+    def fill_price(self) -> Optional[Decimal]:
+        return self.average if self.filled else None
+
+    @property
+    def is_open(self) -> bool:
+        return self.state == "open"
+
+    @property
+    def is_cancelled(self) -> bool:
+        return self.state == "cancelled"
+
+    @property
+    def remaining(self) -> Decimal:
+        return self.quantity if self.is_open else NOTHING
+
+    @property
     def margin(self) -> Decimal:
         opened = NOTHING if self.closes else self.quantity
         return opened * self.contract.unit * self.price / self.leverage
@@ -88,8 +104,16 @@ class Position:
         return self.position_side or one_way
 
     @property
+    def entry_value(self) -> Decimal:
+        return self.size * self.contract.unit * self.entry_price
+
+    @property
+    def value(self) -> Decimal:
+        return self.size * self.contract.unit * self.contract.mark
+
+    @property
     def margin(self) -> Decimal:
-        return self.size * self.contract.unit * self.entry_price / self.leverage
+        return self.entry_value / self.leverage
 
     @property
     def unrealised(self) -> Decimal:
@@ -144,7 +168,7 @@ class Account:
         self.orders: dict[str, Order] = {}
         self.positions: dict[tuple[str, str], Position] = {}  # of nothing, too
         self.ledger: list[Entry] = []
-        self.start = self.balance = 10_000 - sum(Decimal(row[2]) for row in FUNDING)
+        self._start = self.balance = 10_000 - sum(Decimal(row[2]) for row in FUNDING)
         by_coin = {contract.coin: contract for contract in self.contracts.values()}
         for coin, minutes, amount in FUNDING:
             self._book(Entry(now_ms() - minutes * 60_000, by_coin[coin], Decimal(amount),
@@ -164,7 +188,7 @@ class Account:
 
     @property
     def open_orders(self) -> list[Order]:
-        return [order for order in self.orders.values() if order.state == "open"]
+        return [order for order in self.orders.values() if order.is_open]
 
     @property
     def position_margin(self) -> Decimal:
@@ -175,12 +199,24 @@ class Account:
         return sum((order.margin for order in self.open_orders), NOTHING)
 
     @property
+    def margin(self) -> Decimal:
+        return self.position_margin + self.order_margin
+
+    @property
     def available(self) -> Decimal:
-        return self.balance - self.position_margin - self.order_margin
+        return self.balance - self.margin
+
+    @property
+    def realised(self) -> Decimal:
+        return self.balance - self._start
+
+    @property
+    def unrealised(self) -> Decimal:
+        return sum((position.unrealised for position in self.held), NOTHING)
 
     @property
     def equity(self) -> Decimal:
-        return self.balance + sum(position.unrealised for position in self.held)
+        return self.balance + self.unrealised
 
     def place(self, contract: Contract, buy: bool, quantity: Decimal, price: Decimal,
               reduce_only: bool = False, side: str = "") -> Order:
@@ -201,7 +237,7 @@ class Account:
         return order
 
     def cancel(self, order: Order) -> None:
-        if order.state != "open":
+        if not order.is_open:
             raise Refused("cancel")
         order.state, order.updated_ms = "cancelled", now_ms()
 

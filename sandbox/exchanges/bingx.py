@@ -1,7 +1,8 @@
 """BingX, swap API v2 and v3: perpetuals whose requests are signed in the query."""
 
 from ..http_message import wire_bytes
-from .exchange import Exchange, mac
+from .call import mac
+from .exchange import Exchange
 
 
 class Bingx(Exchange):
@@ -27,14 +28,17 @@ class Bingx(Exchange):
         unknown_order 200 109421 order does not exist
         cancel 200 109421 order does not exist
     """
-    balance_fields = "asset='USDT' balance equity availableMargin=available"
-    position_fields = """symbol=contract.symbol positionSide=side positionAmt=size
-        avgPrice=entry_price markPrice=contract.mark leverage=#leverage margin
-        unrealizedProfit=unrealised realisedProfit=realised createTime=#opened_ms
-        updateTime=#updated_ms"""
+    refused_as_invalid = "no_header bad_body missing permission"
+    balance_fields = """asset='USDT' balance equity unrealizedProfit=unrealised
+        realisedProfit=realised availableMargin=available usedMargin=position_margin
+        freezedMargin=order_margin"""
+    position_fields = """symbol=contract.symbol currency='USDT' positionSide=side positionAmt=size
+        isolated=true avgPrice=entry_price markPrice=contract.mark positionValue=value
+        leverage=#leverage margin initialMargin=margin unrealizedProfit=unrealised
+        realisedProfit=realised createTime=#opened_ms updateTime=#updated_ms"""
     order_fields = """symbol=contract.symbol orderId=#id type='LIMIT' side
-        positionSide=position_side price origQty=quantity executedQty=filled avgPrice=average
-        commission=-fee status=state time=#created_ms updateTime=#updated_ms"""
+        positionSide=position_side reduceOnly=closes price origQty=quantity executedQty=filled
+        avgPrice=average commission=-fee status=state time=#created_ms updateTime=#updated_ms"""
     shapes = {"balance": lambda row: {"balance": row}, "balance_list": lambda row: [row],
               "order": lambda row: {"order": row}, "cancel": lambda row: {"order": row}}
     hedged = True

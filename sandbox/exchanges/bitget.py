@@ -17,7 +17,7 @@ class Bitget(Exchange):
                    "passphrase": "ACCESS-PASSPHRASE", "time": "ACCESS-TIMESTAMP"}
     window_ms = (30_000, 30_000)
     names = {"order": "orderId"}
-    words = {"open": "live", "cancelled": "canceled"}
+    words = {"open": "live", "cancelled": "canceled", True: "YES", False: "NO"}
     ok = ("00000", "success")
     errors = """
         no_header 400 40002 ACCESS_SIGN cannot be empty
@@ -32,14 +32,18 @@ class Bitget(Exchange):
         cancel/unknown 400 40768 Order does not exist
         cancel 400 22001 No order to cancel
     """
-    balance_fields = "marginCoin='USDT' accountEquity=equity available"
-    position_fields = """symbol=contract.symbol marginCoin='USDT' holdSide=side total=size
-        openPriceAvg=entry_price markPrice=contract.mark leverage marginSize=margin
-        unrealizedPL=unrealised achievedProfits='0' cTime=opened_ms uTime=updated_ms"""
-    order_fields = """symbol=contract.symbol orderId=id orderType='limit' side posSide=position_side
-        price size=quantity baseVolume=filled priceAvg=average fee=-fee state cTime=created_ms
-        uTime=updated_ms"""
-    done_fields = "orderId=id"
+    refused_as_invalid = "bad_body permission symbol"
+    balance_fields = """marginCoin='USDT' accountEquity=equity usdtEquity=equity available
+        locked=order_margin isolatedMargin=position_margin unrealizedPL=unrealised"""
+    position_fields = """symbol=contract.symbol marginCoin='USDT' holdSide=side
+        marginMode='isolated' posMode='hedge_mode' total=size openPriceAvg=entry_price
+        markPrice=contract.mark leverage marginSize=margin unrealizedPL=unrealised
+        achievedProfits='0' cTime=opened_ms uTime=updated_ms"""
+    order_fields = """symbol=contract.symbol orderId=id clientOid='' orderType='limit' side
+        posSide=position_side marginCoin='USDT' marginMode='isolated' posMode='hedge_mode' leverage
+        force='gtc' reduceOnly=closes price size=quantity baseVolume=filled priceAvg=fill_price?
+        fee=-fee state cTime=created_ms uTime=updated_ms"""
+    done_fields = "orderId=id clientOid=''"
     shapes = {"balance": lambda row: [row]}
     hedged = True
     start_quantity = "0.01"

@@ -4,7 +4,9 @@ import uuid
 
 from ..account import now_ms
 from ..http_message import wire_bytes
-from .exchange import Exchange, mac
+from .call import mac
+from .exchange import Exchange
+from .fields import plain
 
 
 class Bybit(Exchange):
@@ -38,24 +40,30 @@ class Bybit(Exchange):
         cancel 200 110001 order not exists or too late to cancel
         no_balance 200 110007 ab not enough for new order
         no_position 200 110017 current position is zero, cannot fix reduce-only order qty
+        unknown_order 200 110001 order not exists or too late to cancel
         same_leverage 200 110043 leverage not modified
     """
-    coin_fields = """coin='USDT' walletBalance=balance totalOrderIM=order_margin
-        totalPositionIM=position_margin"""
-    balance_fields = "accountType='UNIFIED' totalEquity=equity totalAvailableBalance=available"
-    position_fields = """symbol=contract.symbol side size avgPrice=entry_price
-        markPrice=contract.mark leverage positionIM=margin unrealisedPnl=unrealised
-        curRealisedPnl=realised createdTime=opened_ms updatedTime=updated_ms"""
-    order_fields = """orderId=id symbol=contract.symbol orderType='Limit' side price qty=quantity
-        cumExecQty=filled avgPrice=average cumExecFee=fee orderStatus=state createdTime=created_ms
+    refused_as_invalid = "no_header bad_body missing symbol quantity price leverage"
+    coin_fields = """coin='USDT' equity walletBalance=balance totalOrderIM=order_margin
+        totalPositionIM=position_margin unrealisedPnl=unrealised"""
+    balance_fields = """accountType='UNIFIED' totalEquity=equity totalWalletBalance=balance
+        totalPerpUPL=unrealised totalInitialMargin=margin totalAvailableBalance=available"""
+    position_fields = """positionIdx=0 symbol=contract.symbol side size positionValue=entry_value
+        avgPrice=entry_price markPrice=contract.mark leverage positionIM=margin
+        unrealisedPnl=unrealised curRealisedPnl=realised createdTime=opened_ms
         updatedTime=updated_ms"""
-    done_fields = "orderId=id"
+    order_fields = """orderId=id orderLinkId='' symbol=contract.symbol orderType='Limit' side price
+        qty=quantity timeInForce='GTC' reduceOnly=closes positionIdx=0 leavesQty=remaining
+        cumExecQty=filled avgPrice=fill_price? cumExecFee=fee orderStatus=state
+        createdTime=created_ms updatedTime=updated_ms"""
+    done_fields = "orderId=id orderLinkId=''"
     ledger_fields = """symbol=contract.symbol transactionTime=time_ms currency='USDT' type=kind
-        funding cashFlow=profit fee change cashBalance=balance side=order.side orderId=order.id
-        qty=quantity tradePrice=order.average"""
-    closing_fields = """symbol=contract.symbol orderId=order.id side=order.side closedSize=quantity
+        funding cashFlow=profit fee change cashBalance=balance side=order?.side orderId=order?.id
+        qty=quantity tradePrice=order?.average"""
+    closing_fields = """symbol=contract.symbol orderId=order.id orderType='Limit' side=order.side
+        orderPrice=order.price qty=order.quantity closedSize=quantity leverage=order.leverage
         avgEntryPrice=entry_price avgExitPrice=order.average openFee=open_fee closeFee=fee
-        closedPnl=realised updatedTime=time_ms"""
+        closedPnl=realised createdTime=order.created_ms updatedTime=time_ms"""
     logs_one_day = True
     demo_keys = {"bybit-read": {"can_trade": False}, "bybit-withdraw": {"can_withdraw": True}}
 
@@ -82,6 +90,8 @@ class Bybit(Exchange):
     def order(self, call):
         """By its id, or without one all that are open."""
         contract, wanted = self.account.contract(call.text("symbol")), call.text("order", "")
-        return [self.fields(self.order_fields, order) for order in self.account.orders.values()
-                if order.contract is contract
-                and (order.id == wanted if wanted else order.state == "open")]
+        found = [order for order in self.account.orders.values() if order.contract is contract
+                 and (order.id == wanted if wanted else order.is_open)]
+        return [{**self.fields(self.order_fields, order),
+                 "cumFeeDetail": {"USDT": plain(order.fee)} if order.filled else {}}
+                for order in found]

@@ -1,94 +1,83 @@
 """What the exchanges have in common: route, check, one of nine operations, answer or refuse.
 
-An exchange is a class of tables and its `envelope`. The fields of an answer are a table of
-NAME=WORD: a member of the record (-WORD is its negative, #WORD a number in JSON; what is not
-there is empty) or a constant in quotes. Other decimals are text.
+To add one, write a class of tables in a file of its own, from the exchange's documentation:
+
+1. `name` and `contracts`, by its own symbols; its hosts in ../hosts.py, its class in ../world.py.
+2. `credentials`, and `sign` where its signature is not the commonest one (HMAC-SHA256 in base64 of
+   time, method, target and body). It is the second opinion on the connector's: copy nothing of it.
+3. `routes`: which operation of those below answers which request; `key`, what it tells of keys, is
+   its own. `names`: what it calls the parameters that `Call.text` and `Call.number` ask for.
+4. `errors`: its words for each of REASONS that its routes can meet; those that it has none for
+   stand in `refused_as_invalid`. `envelope`: what is around every answer and refusal.
+5. The fields of its answers, as fields.py tells, of the records in ../account.py; `words` for
+   their values; `shapes`, the lists and names around them.
+
+Where it is truly odd it has a method of the same name as one here. A slip in a table (a setting,
+member, word or reason that is none, or a reason without words) is a ValueError at the start.
 """
 
-import base64
-import hmac
 import itertools
-import json
 import re
-from dataclasses import dataclass
 from decimal import Decimal
-from operator import attrgetter
-from typing import Any, Callable, Optional
+from typing import Any, Callable
 
 from .. import hosts
 from ..account import Account, Order, Position, Refused, now_ms
 from ..http_message import Request, Response, wire_bytes
+from . import fields
+from .call import ApiKey, Call, Refusal, base64_mac
 
+REASONS = {
+    "": "no_header key time sign bad_body missing invalid",
+    "passphrase": "passphrase",
+    "position": "symbol",
+    "order": "unknown_order",
+    "cancel": "permission cancel",
+    "leverage": "permission symbol leverage",
+    "place": "permission symbol quantity price no_balance no_position",
+    "closings": "symbol",
+    "where it has words for it": "same_leverage",
+}
+"""Why an exchange refuses: always, or by the credential or operation that it is about."""
 
-@dataclass(frozen=True)
-class Refusal:
-    """A request that was let in nowhere, and why, whatever words its exchange has for that."""
-
-    exchange: str
-    reason: str  # no_header, time, key, passphrase or sign
-    request: Request
-
-
-@dataclass(frozen=True)
-class ApiKey:
-    key: str
-    secret: str
-    passphrase: str = ""
-    site: str = ""  # the one host where the key exists; the exchange's first when empty
-    version: str = "2"
-    can_trade: bool = True
-    can_withdraw: bool = False
-
-
-class Call:
-    """The parameters of path, query and JSON body alike, by our words or their own names."""
-
-    def __init__(self, request: Request, path_names: dict[str, str], names: dict[str, str],
-                 key: ApiKey) -> None:
-        self.key, self._names = key, names
-        try:
-            document = json.loads(request.body or b"{}", parse_float=Decimal)
-            self._values: dict[str, Any] = {**request.parameters, **document, **path_names}
-        except (ValueError, TypeError, RecursionError):
-            raise Refused("bad_body") from None
-
-    def text(self, word: str, default: Optional[str] = None) -> str:
-        """Without a default it must be there."""
-        name = self._names.get(word, word)
-        value = str(self._values.get(name, "")) or default
-        if value is None:
-            raise Refused("missing", name)
-        return value
-
-    def number(self, word: str) -> Decimal:
-        value = self.text(word)
-        if not re.fullmatch(r"-?[0-9]{1,18}(\.[0-9]{1,18})?", value):
-            raise Refused("invalid", word)
-        return Decimal(value)
+WORDS = {"buy", "sell", "long", "short", "open", "filled", "cancelled", "funding", "trade",
+         True, False}
 
 
 class Exchange:
+    # Who it is, what can be traded there, and what is so from the start.
     name = ""
     contracts: tuple = ()  # symbol, coin, the step of quantities, how many coins a unit is
-    start_quantity = ""  # of the first contract: held, and ordered once more, from the start
     hedged = False  # whether long and short are held apart
-    routes: dict[str, str] = {}  # operations by method and pattern of the path
+    start_quantity = ""  # of the first contract: held, and ordered once more
+
+    # Who is let in.
     credentials: dict[str, str] = {}  # the headers of key, passphrase, sign and time
     window_ms = (5000, 5000)  # how far behind its clock a request may be, and how far ahead
+    demo_keys: dict[str, dict[str, Any]] = {}  # by what stands in the name, what is special
+
+    # What it is asked, and how.
+    routes: dict[str, str] = {}  # operations by method and pattern of the path
     names: dict[str, str] = {}  # of parameters, where it does not use our words
-    words = {"buy": "buy", "sell": "sell"}  # and of sides, states, kinds of entries
+    signed_sizes = False  # whether a size below zero sells
+
+    # How it agrees and refuses.
     ok = ("0", "")  # code and text of a success
-    # A reason, or a reason and what it is about; HTTP status, code, and text with that for {}.
-    # What is not there is refused as "invalid".
-    errors = ""
-    balance_fields = position_fields = order_fields = done_fields = leverage_fields = ""
-    ledger_fields = closing_fields = ""
+    errors = ""  # a reason, or reason/about; HTTP status, code, and text with the about for {}
+    refused_as_invalid = ""  # reasons that it has no words for
+
+    # What its answers hold; see fields.py.
+    words = {"buy": "buy", "sell": "sell"}  # for sides, states, kinds of entries, truths
+    unit_ms = 1  # of times that are numbers
+    balance_fields = coin_fields = ""  # of the account
+    position_fields = leverage_fields = ""
+    order_fields = done_fields = ""  # the latter once placed or cancelled, where that is less
+    ledger_fields = closing_fields = ""  # of a booking: in the log, in the report of closings
     shapes: dict[str, Callable[[Any], Any]] = {}  # what becomes of the data of an operation
+
+    # What its reports cover.
     logs_one_day = False  # whether its log covers a day from the start, of every contract
     reports_trades = False  # whether its report of closings has what opened a position, too
-    demo_keys: dict[str, dict[str, Any]] = {}  # by what stands in the name, what is special
-    signed_sizes = False  # whether a size below zero sells
-    unit_ms = 1  # of its times
 
     def __init__(self, refusals: list[Refusal]) -> None:
         """`refusals` gets each request that is not let in."""
@@ -97,8 +86,8 @@ class Exchange:
         self.keys = [ApiKey(f"demo-{name}-key", f"demo-{name}-secret", phrases[0], **traits)
                      for name, traits in {self.name: {}, **self.demo_keys}.items()]
         self.keys.append(ApiKey("clé-Größe-鍵", "Schlüssel-秘密", phrases[1]))
-        self._errors = {row.split()[0]: row.split(None, 3)[1:]
-                        for row in self.errors.strip().splitlines()}
+        self._errors = self._read_errors()
+        self._check_tables()
         self._ids = itertools.count(2_519_700_000_000_000_001)
         self.account = Account(self.contracts, self.new_order_id)
         for price in ("50000", "45000") if self.start_quantity else ():
@@ -132,8 +121,8 @@ class Exchange:
     def _refusal(self, refused: Refused) -> Response:
         about = refused.about or refused.reason
         about = self.names.get(about, about)
-        status, code, text = self._errors.get(f"{refused.reason}/{about}") or \
-            self._errors.get(refused.reason) or self._errors["invalid"]
+        status, code, text = self._errors.get(f"{refused.reason}/{about}",
+                                              self._errors[refused.reason])
         text = " ".join(text.replace("{}", about).split())
         return Response.of_json(self.envelope(code, text, None), int(status))
 
@@ -197,8 +186,7 @@ class Exchange:
         return rows[::-1][:int(call.text("limit", "100"))]
 
     def fields(self, table: str, record: Any) -> dict[str, Any]:
-        pairs = (field.partition("=") for field in table.split())
-        return {name: self._value(word or name, record) for name, _, word in pairs}
+        return fields.row(table, record, self.words, self.unit_ms)
 
     def asked_position(self, call: Call) -> Position:
         return self.account.position(self.account.contract(call.text("symbol")),
@@ -246,30 +234,37 @@ class Exchange:
             raise Refused(*refusal)
         return order
 
-    def _value(self, word: str, record: Any) -> Any:
-        if word.startswith("'"):
-            return word.strip("'")
-        try:
-            value = attrgetter(word.lstrip("#-"))(record)
-        except AttributeError:
-            return ""
-        if word.startswith("#"):
-            number = Decimal(value) / (self.unit_ms if word.endswith("_ms") else 1)
-            return int(number) if number == int(number) else float(number)
-        if isinstance(value, Decimal):
-            return plain(-value if word.startswith("-") else value)
-        return self.words.get(value, str(value))
+    def _read_errors(self) -> dict[str, list[str]]:
+        """HTTP status, code and text by reason."""
+        errors = {row.split()[0]: row.split(None, 3)[1:]
+                  for row in self.errors.strip().splitlines()}
+        errors.update({reason: errors["invalid"] for reason in self.refused_as_invalid.split()})
+        known = set(" ".join(REASONS.values()).split())
+        met = {reason for about in ("", *self.credentials, *self.routes.values())
+               for reason in REASONS.get(about, "").split()}
+        self._refuse("reasons", {one.partition("/")[0] for one in errors} - known)
+        self._refuse("reasons without words", met - set(errors))
+        return errors
 
+    def _check_tables(self) -> None:
+        """Every table is tried on records of an account where somebody traded."""
+        settings = {name for name, value in vars(type(self)).items() if not callable(value)}
+        self._refuse("settings", settings - set(dir(Exchange)))
+        self._refuse("words", set(self.words) - WORDS)
+        account = Account(self.contracts, lambda: "1")
+        contract = account.contract(self.contracts[0][0])
+        order = account.place(contract, True, contract.step, contract.mark)
+        position = account.position(contract)
+        for name, records in {
+                "balance": [account], "coin": [account], "position": [position],
+                "leverage": [position], "order": [order], "done": [order],
+                "ledger": account.ledger, "closing": account.ledger[-1:]}.items():
+            for record in records:
+                try:
+                    self.fields(getattr(self, name + "_fields"), record)
+                except (AttributeError, TypeError, ArithmeticError) as slip:
+                    raise ValueError(f"{self.name}: {name}_fields: {slip}") from None
 
-def mac(algorithm: str, key: ApiKey, message: bytes) -> bytes:
-    return hmac.new(wire_bytes(key.secret), message, algorithm).digest()
-
-
-def base64_mac(key: ApiKey, message: bytes) -> str:
-    return base64.b64encode(mac("sha256", key, message)).decode("ascii")
-
-
-def plain(value: Decimal) -> str:
-    """Decimal text without exponent and without needless zeros."""
-    text = f"{value:.8f}".rstrip("0").rstrip(".")
-    return "0" if text == "-0" else text
+    def _refuse(self, what: str, slips: set) -> None:
+        if slips:
+            raise ValueError(f"{self.name}: wrong {what}: {', '.join(map(str, slips))}")

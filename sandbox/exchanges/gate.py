@@ -4,7 +4,8 @@ import hashlib
 
 from ..account import Order
 from ..http_message import wire_bytes
-from .exchange import Exchange, mac
+from .call import mac
+from .exchange import Exchange
 
 
 class Gate(Exchange):
@@ -39,12 +40,16 @@ class Gate(Exchange):
         cancel/unknown 404 ORDER_NOT_FOUND order not found
         cancel 400 ORDER_FINISHED order already finished
     """
-    balance_fields = "currency='USDT' total=balance available"
-    position_fields = leverage_fields = """contract=contract.symbol size=#quantity entry_price
-        leverage margin mark_price=contract.mark unrealised_pnl=unrealised realised_pnl=realised
-        open_time=#opened_ms update_time=#updated_ms"""
+    refused_as_invalid = "permission missing quantity price leverage"
+    balance_fields = """currency='USDT' total=balance available position_margin order_margin
+        unrealised_pnl=unrealised in_dual_mode=false"""
+    position_fields = leverage_fields = """contract=contract.symbol mode='single' size=#quantity
+        value entry_price leverage margin initial_margin=margin mark_price=contract.mark
+        unrealised_pnl=unrealised realised_pnl=realised open_time=#opened_ms
+        update_time=#updated_ms"""
     order_fields = """id=#id contract=contract.symbol price fill_price=average tif='gtc'
-        size=#signed left=#signed status=state create_time=#created_ms"""
+        size=#signed left=#signed is_reduce_only=closes is_close=false is_liq=false status=state
+        create_time=#created_ms"""
     closing_fields = """create_time=#time_ms contract=contract.symbol order_id=order.id
         price=order.average fee size=#signed"""
     ledger_fields = "time=#time_ms type=kind contract=contract.symbol change balance"
@@ -61,7 +66,7 @@ class Gate(Exchange):
     def fields(self, table, record):
         """A finished order also tells how it ended, and when."""
         row = super().fields(table, record)
-        if isinstance(record, Order) and record.state != "open":
+        if isinstance(record, Order) and not record.is_open:
             row.update(status="finished", finish_as=record.state, left=0 if record.filled
                        else row["size"], finish_time=record.updated_ms / 1000)
         return row

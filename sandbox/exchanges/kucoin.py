@@ -1,7 +1,9 @@
 """KuCoin futures, API v1: one-way positions in whole contracts."""
 
+from ..account import now_ms
 from ..http_message import wire_bytes
-from .exchange import Exchange, base64_mac
+from .call import base64_mac
+from .exchange import Exchange
 
 
 class Kucoin(Exchange):
@@ -27,15 +29,20 @@ class Kucoin(Exchange):
         unknown_order 200 100001 error.getOrder.orderNotExist
         cancel 200 100004 Order is in not cancelable state
     """
-    balance_fields = """currency='USDT' accountEquity=#equity marginBalance=#balance
+    refused_as_invalid = "bad_body missing permission symbol"
+    balance_fields = """currency='USDT' accountEquity=#equity unrealisedPNL=#unrealised
+        marginBalance=#balance positionMargin=#position_margin orderMargin=#order_margin
         availableBalance=#available"""
     position_fields = """symbol=contract.symbol currentQty=#quantity avgEntryPrice=#entry_price
-        markPrice=#contract.mark realLeverage=#leverage posMargin=#margin unrealisedPnl=#unrealised
-        realisedPnl=#realised openingTimestamp=#opened_ms"""
+        markPrice=#contract.mark markValue=#value marginMode='ISOLATED' crossMode=false
+        realLeverage=#leverage posCost=#entry_value posInit=#margin posMargin=#margin
+        unrealisedPnl=#unrealised realisedPnl=#realised settleCurrency='USDT'
+        openingTimestamp=#opened_ms"""
     order_fields = """id symbol=contract.symbol type='limit' side price size=#quantity
-        filledSize=#filled avgDealPrice=average status=state createdAt=#created_ms
+        timeInForce='GTC' reduceOnly=closes leverage filledSize=#filled avgDealPrice=average
+        status=state isActive=is_open cancelExist=is_cancelled createdAt=#created_ms
         updatedAt=#updated_ms"""
-    shapes = {"position": lambda rows: rows[0],
+    shapes = {"position": lambda rows: {**rows[0], "currentTimestamp": now_ms()},
               "cancel": lambda row: {"cancelledOrderIds": [row["id"]]}}
     demo_keys = {"kucoin-v3": {"version": "3"}}
     start_quantity = "10"

@@ -27,7 +27,7 @@ class Okx(Exchange):
     names = {"symbol": "instId", "order": "ordId", "quantity": "sz", "price": "px",
              "leverage": "lever", "position_side": "posSide"}
     words = {"buy": "buy", "sell": "sell", "open": "live", "cancelled": "canceled",
-             "funding": "8", "trade": "2"}
+             "funding": "8", "trade": "2", True: "true", False: "false"}
     ok = ("0", "")
     errors = """
         no_header 401 50106 Request header "OK-ACCESS-SIGN" can't be empty
@@ -49,17 +49,21 @@ class Okx(Exchange):
             not exist.
         unknown_order 200 51603 Order does not exist
     """
-    coin_fields = "ccy='USDT' eq=equity cashBal=balance availEq=available"
-    position_fields = """instId=contract.symbol posSide=side pos=size avgPx=entry_price
-        markPx=contract.mark lever=leverage mgnMode='isolated' margin upl=unrealised
-        realizedPnl=realised cTime=opened_ms uTime=updated_ms"""
-    order_fields = """ordId=id instId=contract.symbol ordType='limit' side posSide=position_side
-        px=price sz=quantity accFillSz=filled avgPx=average fee=-fee state cTime=created_ms
+    refused_as_invalid = "permission leverage price"
+    coin_fields = """ccy='USDT' eq=equity cashBal=balance availBal=available availEq=available
+        frozenBal=margin ordFrozen=order_margin upl=unrealised"""
+    position_fields = """instType='SWAP' instId=contract.symbol posSide=side pos=size
+        avgPx=entry_price markPx=contract.mark lever=leverage mgnMode='isolated' margin imr=''
+        notionalUsd=value ccy='USDT' upl=unrealised realizedPnl=realised cTime=opened_ms
         uTime=updated_ms"""
-    done_fields = "ordId=id sCode='0' sMsg=''"
+    order_fields = """instType='SWAP' ordId=id clOrdId='' instId=contract.symbol ordType='limit'
+        tdMode='isolated' lever=leverage side posSide=position_side reduceOnly=closes px=price
+        sz=quantity accFillSz=filled avgPx=fill_price? fee=-fee feeCcy='USDT' state
+        cTime=created_ms uTime=updated_ms"""
+    done_fields = "ordId=id clOrdId='' sCode='0' sMsg=''"
     leverage_fields = "instId=contract.symbol lever=leverage mgnMode='isolated'"
     ledger_fields = """instId=contract.symbol ccy='USDT' type=kind pnl=gain fee=-fee balChg=change
-        bal=balance ts=time_ms ordId=order.id px=order.average sz=quantity"""
+        bal=balance ts=time_ms ordId=order?.id px=order?.average sz=quantity"""
     closing_fields = """instId=contract.symbol direction=order.position_side openAvgPx=entry_price
         closeAvgPx=order.average closeTotalPos=quantity pnl=profit fee=-fees realizedPnl=realised
         lever=order.leverage uTime=time_ms"""
