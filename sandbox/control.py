@@ -1,0 +1,122 @@
+"""http://sandbox.control/: switches for what happens outside, and what was asked of it."""
+
+import inspect
+import re
+import sys
+from collections.abc import Sequence
+from decimal import Decimal
+from typing import Any
+from urllib.parse import unquote
+
+from . import hosts
+from .account import MARKS, Account
+from .http_message import Request, Response
+
+HOSTS = {**hosts.BY_EXCHANGE, "relay": (hosts.RELAY,), "download": (hosts.DOWNLOAD,),
+         **{host: (host,) for host in hosts.BY_SCHEME["https"]}}
+
+
+class Wrong(Exception):
+    """What is wrong with a request."""
+
+
+class Control:
+    """The methods without an underscore are the switches, their docstrings the list of them."""
+
+    def __init__(self, world) -> None:
+        self._world = world
+        self._switches = {
+            "/".join(["", name, *map(str.upper, list(inspect.signature(switch).parameters)[1:])]):
+            switch for name, switch in vars(Control).items() if not name.startswith("_")}
+
+    def __call__(self, request: Request) -> Response:
+        """What is wrong is printed, too: with -f, curl shows no text of a refusal."""
+        name, *arguments = map(unquote, request.path[1:].split("/"))
+        try:
+            for usage, switch in self._switches.items():
+                if switch.__name__ == name and len(arguments) == usage.count("/") - 1:
+                    return Response(200, f"{switch(self, *arguments)}\n".encode(), "text/plain")
+            if name:
+                raise Wrong(f"{request.path} is none of {' '.join(self._switches)}")
+            lines = [f"{usage:<25}{switch.__doc__}\n" for usage, switch in self._switches.items()]
+            return Response(200, "".join(lines).encode(), "text/plain")
+        except Wrong as wrong:
+            print(f"sandbox.control: {wrong}", file=sys.stderr, flush=True)
+            return Response(400, f"error: {wrong}\n".encode(), "text/plain")
+
+    def fill(self, exchange: str, order_id: str) -> str:
+        """somebody takes an open order, at its own price"""
+        order = self._account(exchange).orders.get(order_id)
+        if not order or not order.is_open:
+            raise Wrong(f"{exchange} has no open order {order_id}; /orders/{exchange} lists them")
+        self._account(exchange).fill(order, order.price)
+        return f"{order.state} {order_id}"
+
+    def mark(self, coin: str, price: str) -> str:
+        """a mark price moves; orders that it crosses are filled"""
+        if not re.fullmatch(r"[0-9]{1,9}(\.[0-9]{1,8})?", price) or not Decimal(price):
+            raise Wrong(f"{price!r} is no price")
+        _known(coin, MARKS)
+        for exchange in hosts.BY_EXCHANGE:
+            self._account(exchange).set_mark(coin, Decimal(price))
+        return f"{coin} {price}"
+
+    def orders(self, exchange: str) -> str:
+        """an exchange's open orders, in its own symbols and units"""
+        rows = [(order.id, order.contract.symbol, order.side, order.quantity, order.price)
+                for order in self._account(exchange).open_orders]
+        return _aligned(("id", "symbol", "side", "quantity", "price"), rows)
+
+    def lose(self, exchange: str) -> str:
+        """its next answer is lost, after it did what was asked"""
+        self._world.losing.add(_known(exchange, hosts.BY_EXCHANGE))
+        return f"{exchange}: the next answer is lost"
+
+    def down(self, host: str) -> str:
+        """out of reach: an exchange, relay, download, or one host"""
+        self._world.down.update(HOSTS[_known(host, HOSTS)])
+        return f"{host} is down"
+
+    def up(self, host: str) -> str:
+        """there again"""
+        self._world.down.difference_update(HOSTS[_known(host, HOSTS)])
+        return f"{host} is up"
+
+    def authorize(self) -> str:
+        """the wallet's owner signs"""
+        return f"{self._world.relay.authorize()} bindings"
+
+    def requests(self) -> str:
+        """how many each host got, and how many held a demo key's parts"""
+        keys = [key for exchange in hosts.BY_EXCHANGE for key in self._world.keys(exchange)]
+        sent: dict[str, list[str]] = {}
+        for request in self._world.requests:
+            if request.host != hosts.CONTROL:
+                sent.setdefault(request.host, []).append(_text(request))
+        parts = ("key", "secret", "passphrase")
+        held = [{getattr(key, part) for key in keys} - {""} for part in parts]
+        rows = [(host, len(texts), *(sum(any(one in text for one in some) for text in texts)
+                                     for some in held)) for host, texts in sent.items()]
+        return _aligned(("host", "requests", *parts), rows)
+
+    def _account(self, exchange: str) -> Account:
+        return self._world.account(_known(exchange, hosts.BY_EXCHANGE))
+
+
+def _known(name: str, names: Sequence[str]) -> str:
+    if name not in names:
+        raise Wrong(f"{name!r} is none of {' '.join(names)}")
+    return name
+
+
+def _text(request: Request) -> str:
+    """All that was sent, the address also with its %XX read."""
+    values = [value for _, value in request.headers]
+    return "\n".join([request.target, unquote(request.target), *values,
+                      request.body.decode("utf-8", "replace")])
+
+
+def _aligned(head: Sequence[str], rows: Sequence[Sequence[Any]]) -> str:
+    lines = [head, *([str(cell) for cell in row] for row in rows)]
+    widths = [max(map(len, column)) for column in zip(*lines)]
+    return "\n".join("  ".join(map(str.ljust, line, widths)).rstrip() for line in lines)
