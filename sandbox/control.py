@@ -33,16 +33,20 @@ class Control:
         """What is wrong is printed, too: with -f, curl shows no text of a refusal."""
         name, *arguments = map(unquote, request.path[1:].split("/"))
         try:
-            for usage, switch in self._switches.items():
-                if switch.__name__ == name and len(arguments) == usage.count("/") - 1:
-                    return Response(200, f"{switch(self, *arguments)}\n".encode(), "text/plain")
-            if name:
-                raise Wrong(f"{request.path} is none of {' '.join(self._switches)}")
-            lines = [f"{usage:<25}{switch.__doc__}\n" for usage, switch in self._switches.items()]
-            return Response(200, "".join(lines).encode(), "text/plain")
+            text = self._turn(name, arguments) if name else "\n".join(
+                f"{usage:<25}{switch.__doc__}" for usage, switch in self._switches.items())
+            return Response(200, f"{text}\n".encode(), "text/plain")
         except Wrong as wrong:
             print(f"sandbox.control: {wrong}", file=sys.stderr, flush=True)
             return Response(400, f"error: {wrong}\n".encode(), "text/plain")
+
+    def _turn(self, name: str, arguments: Sequence[str]) -> str:
+        for usage, switch in self._switches.items():
+            if switch.__name__ == name:
+                if len(arguments) != usage.count("/") - 1:
+                    raise Wrong(f"write {usage}")
+                return switch(self, *arguments)
+        raise Wrong(f"there is no switch /{name}; curl http://{hosts.CONTROL}/ lists them")
 
     def fill(self, exchange: str, order_id: str) -> str:
         """somebody takes an open order, at its own price"""
@@ -87,7 +91,7 @@ class Control:
         return f"{self._world.relay.authorize()} bindings"
 
     def requests(self) -> str:
-        """how many each host got, and how many held a demo key's parts"""
+        """how many went to each host, and held a demo key or secret"""
         keys = [key for exchange in hosts.BY_EXCHANGE for key in self._world.keys(exchange)]
         sent: dict[str, list[str]] = {}
         for request in self._world.requests:
