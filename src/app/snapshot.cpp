@@ -1,12 +1,16 @@
 #include "app/snapshot.hpp"
 
-#include "net/text.hpp"
-
 namespace morvane::connector {
 
 std::string to_string(ConnectorHealth health) {
-  return name_of(static_cast<std::size_t>(health),
-                 {"starting", "pairing_required", "ready", "degraded", "error"});
+  switch (health) {
+    case ConnectorHealth::starting: return "starting";
+    case ConnectorHealth::pairing_required: return "pairing_required";
+    case ConnectorHealth::ready: return "ready";
+    case ConnectorHealth::degraded: return "degraded";
+    case ConnectorHealth::error: return "error";
+  }
+  return "unknown";
 }
 
 }  // namespace morvane::connector

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "exchanges/exchange_registry.hpp"
+#include "exchanges/validation.hpp"
 #include "state/device_identity.hpp"
 
 namespace morvane::connector {

@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "exchanges/exchange_adapter.hpp"
-#include "exchanges/exchange_registry.hpp"
 #include "net/shell.hpp"
 
 namespace morvane::connector {
@@ -16,20 +15,15 @@ struct Exchange {
   std::string_view id;
   Literal host = "";  // scheme and name, as its public REST documentation gives them
   const ExchangeAdapter* adapter = nullptr;          // null where there is none yet
-  ExchangeRegistry::LiveCheck live_check = nullptr;  // null where there is none yet
   bool claimed = false;                              // what capabilities says of every operation
   std::array<Literal, 2> regional_hosts = {"", ""};  // where the live check asks too
   bool registered = true;  // false for a name of the table of claims alone
-
-  // Signs `request` at `timestamp`, sends it and returns what curl said. Needs the adapter.
-  HttpResult call(const ExchangeRequest& request, const StoredCredential& credential,
-                  const std::string& timestamp) const;
 };
 
 // Every exchange by name, in the order in which they are shown.
 std::span<const Exchange> catalogue();
 
 // The one of exactly this id, or null.
-const Exchange* find_exchange(std::string_view id);
+const Exchange* exchange_named(std::string_view id);
 
 }  // namespace morvane::connector

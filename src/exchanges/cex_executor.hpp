@@ -7,10 +7,7 @@
 namespace morvane::connector {
 
 // Trades and reports on the exchanges whose adapter has trades. Every operation answers one JSON
-// text: the exchange's raw answers in an "ok" envelope (refusals included), or an error envelope
-// with the first of these reasons that applies: "credentials_not_found", "unsupported_exchange",
-// "http_failed". The last says only that curl failed at least once: an order may have been placed.
-// Nothing throws and nothing is retried.
+// text, as in_frame makes it.
 class CexExecutor {
  public:
   // `vault` is borrowed and must outlive the executor.

@@ -6,10 +6,8 @@
 
 namespace morvane::connector {
 
-// Reads from, and cancels on, the six exchanges that have an adapter. Every operation answers one
-// JSON text: the exchange's raw answer in an "ok" envelope (an exchange's refusal included), or an
-// error envelope with the first of these reasons that applies: "credentials_not_found",
-// "missing_order_id", "unsupported_exchange", "http_failed". Nothing throws and nothing is retried.
+// Reads from, and cancels on, the exchanges that have an adapter. Every operation answers one JSON
+// text, as in_frame makes it.
 class CexReader {
  public:
   // `vault` is borrowed and must outlive the reader.

@@ -5,10 +5,11 @@
 #include <string_view>
 #include <vector>
 
-#include "net/http.hpp"
-#include "state/credential_text.hpp"
+#include "exchanges/validation.hpp"
 
 namespace morvane::connector {
+
+struct Exchange;
 
 enum class HttpMethod { get, post, del };
 
@@ -67,10 +68,10 @@ struct TradeAdapter {
   ExchangeRequest (*closing_order)(const std::string& symbol, const std::string& order_id);
   ExchangeRequest (*closed_positions)(const std::string& symbol);
   // The member under which the second half is reported.
-  std::string_view report_key;
-  // False: both halves are always sent, each with a timestamp of its own. True: the order is asked
-  // for only with an id, a failure there ends the report, and both halves share one timestamp.
-  bool report_in_steps;
+  const char* report_key;
+  bool order_asked_only_with_id = false;  // else with an empty one too
+  bool failed_order_ends_report = false;  // else the second half is sent all the same
+  bool report_has_one_timestamp = false;  // else each half has its own
 };
 
 // How one exchange signs and what each operation asks of it. Symbols are the platform's, BASE_USDT,
@@ -87,6 +88,12 @@ struct ExchangeAdapter {
   ExchangeRequest (*position)(const std::string& symbol);
   ExchangeRequest (*order_status)(const std::string& symbol, const std::string& order_id);
   ExchangeRequest (*cancel_order)(const std::string& symbol, const std::string& order_id);
+
+  // Proves a credential at `exchange`, which is the adapter's own; key and secret are not empty. A
+  // check that asks with curl tells a failed transfer (`error`) from a refusal; for one that probes
+  // with a Python program it is one more answer that proves nothing (`invalid`).
+  ValidateCredentialsResult (*live_check)(const Exchange& exchange,
+                                          const ValidateCredentialsRequest& request);
 
   const TradeAdapter* trades = nullptr;  // null where the connector only reads
 };

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "exchanges/catalogue.hpp"
 #include "net/clock.hpp"
 #include "net/http.hpp"
 #include "net/text.hpp"
@@ -29,15 +28,15 @@ std::string sites_of(const Exchange& exchange) {
   return list + "]";
 }
 
-std::string script_of(const ValidateCredentialsRequest& request, const Probe& probe) {
-  const StoredCredential& credential = request.credential;
+std::string script_of(const Exchange& exchange, const StoredCredential& credential,
+                      const Probe& probe) {
   std::string script(probe.script.imports);
   script += "api_key = " + py_string_literal(credential.api_key);
   script += "\napi_secret = " + py_string_literal(credential.api_secret);
   if (probe.needs_passphrase) {
     script += "\npassphrase = " + py_string_literal(credential.passphrase);
   }
-  script += "\nsites = " + sites_of(*find_exchange(request.exchange)) + "\n";
+  script += "\nsites = " + sites_of(exchange) + "\n";
   return script.append(probe.script.body);
 }
 
@@ -71,27 +70,27 @@ bool contains_any(std::string_view text, const std::vector<std::string_view>& ne
                      [&](std::string_view needle) { return contains(text, needle); });
 }
 
-CommandOutput ask_directly(const ValidateCredentialsRequest& request, Literal path,
+CommandOutput ask_directly(const Exchange& exchange, Literal path,
                            const std::vector<std::string>& headers) {
-  return run_command("curl -sS --max-time 15 " + make_headers(headers) +
-                     find_exchange(request.exchange)->host + path);
+  return run_command("curl -sS --max-time 15 " + make_headers(headers) + exchange.host + path);
 }
 
-ValidateCredentialsResult run_probe(const ValidateCredentialsRequest& request, const Probe& probe) {
+ValidateCredentialsResult run_probe(const Exchange& exchange,
+                                    const ValidateCredentialsRequest& request, const Probe& probe) {
   const std::string checked_at = iso8601_now();
-  const std::string& exchange = request.exchange;
+  const std::string& id = request.exchange;
   if (probe.needs_passphrase && request.credential.passphrase.empty()) {
-    return invalid_result(request, exchange + " passphrase missing", checked_at);
+    return invalid_result(request, id + " passphrase missing", checked_at);
   }
-  const std::string output = run_python(script_of(request, probe));
+  const std::string output = run_python(script_of(exchange, request.credential, probe));
   if (output.empty()) {
     return error_result(request, std::string(probe.nothing_printed), checked_at);
   }
   if (!contains_any(output, probe.evidence)) {
-    return invalid_result(request, exchange + " rejected credentials: " + output, checked_at);
+    return invalid_result(request, id + " rejected credentials: " + output, checked_at);
   }
   // Meant: permissions are not asked for; a key that reads counts as one that trades.
-  return success_result(request, true, false, "live " + exchange + " auth validated", checked_at);
+  return success_result(request, true, false, "live " + id + " auth validated", checked_at);
 }
 
 std::string py_string_literal(std::string_view value) { return "'" + escaped(value, '\'') + "'"; }

@@ -4,8 +4,9 @@
 #include <string_view>
 #include <vector>
 
-#include "exchanges/exchange_registry.hpp"
+#include "exchanges/catalogue.hpp"
 #include "exchanges/probe_scripts.hpp"
+#include "exchanges/validation.hpp"
 #include "net/shell.hpp"
 
 namespace morvane::connector {
@@ -25,8 +26,8 @@ ValidateCredentialsResult success_result(const ValidateCredentialsRequest& reque
 
 bool contains_any(std::string_view text, const std::vector<std::string_view>& needles);
 
-// One GET of `path` on the exchange that `request` names, with these headers, at most 15 seconds.
-CommandOutput ask_directly(const ValidateCredentialsRequest& request, Literal path,
+// One GET of `path` on the exchange, with these headers, at most 15 seconds.
+CommandOutput ask_directly(const Exchange& exchange, Literal path,
                            const std::vector<std::string>& headers);
 
 // A Python program that prints the answer, or a JSON array of answers, in which quotes of an answer
@@ -39,7 +40,8 @@ struct Probe {
 };
 
 // The whole of such a check; its other words are made of the exchange's id.
-ValidateCredentialsResult run_probe(const ValidateCredentialsRequest& request, const Probe& probe);
+ValidateCredentialsResult run_probe(const Exchange& exchange,
+                                    const ValidateCredentialsRequest& request, const Probe& probe);
 
 // `value` as a single-quoted Python literal that reads back to the same text. Tab, line feed,
 // carriage return, quote and backslash are escaped; every other byte stands as it is.

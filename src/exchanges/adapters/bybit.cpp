@@ -87,8 +87,33 @@ constexpr TradeAdapter trades = {
           return get_request("/v5/position/closed-pnl", linear(bybit_native(symbol)) + "&limit=20");
         },
     .report_key = "closed_pnl",
-    .report_in_steps = false,
 };
+
+ValidateCredentialsResult check(const Exchange& exchange,
+                                const ValidateCredentialsRequest& request) {
+  const StoredCredential& credential = request.credential;
+  const std::string timestamp = epoch_ms_text();
+  const CommandOutput digest =
+      hmac_hex("sha256", "256", credential.api_secret, pre_hash({}, credential.api_key, timestamp));
+  if (digest.exit_code != 0) {
+    return error_result(request, "failed to build bybit signature: " + trim(digest.output),
+                        iso8601_now());
+  }
+  const CommandOutput answer = ask_directly(
+      exchange, "/v5/user/query-api", headers(credential.api_key, timestamp, trim(digest.output)));
+  const std::string checked_at = iso8601_now();
+  if (answer.exit_code != 0) {
+    return error_result(request, "bybit request failed: " + trim(answer.output), checked_at);
+  }
+  if (!contains_any(answer.output, {R"("retCode":0)", R"("retCode": 0)"})) {
+    return invalid_result(request, "bybit rejected credentials: " + trim(answer.output),
+                          checked_at);
+  }
+  // Meant: any occurrence of these words grants.
+  return success_result(request, contains_any(answer.output, {"Order", "order"}),
+                        contains(answer.output, "Withdraw"), "live bybit auth validated",
+                        checked_at);
+}
 
 }  // namespace
 
@@ -112,33 +137,8 @@ extern constexpr ExchangeAdapter bybit_adapter = {
                               filled(R"({"category":"linear","symbol":"@","orderId":"@"})",
                                      {unguarded_symbol(symbol), order_id}));
         },
+    .live_check = check,
     .trades = &trades,
 };
-
-ValidateCredentialsResult ExchangeRegistry::validate_bybit(
-    const ValidateCredentialsRequest& request) const {
-  const StoredCredential& credential = request.credential;
-  const std::string timestamp = epoch_ms_text();
-  const CommandOutput digest =
-      hmac_hex("sha256", "256", credential.api_secret, pre_hash({}, credential.api_key, timestamp));
-  if (digest.exit_code != 0) {
-    return error_result(request, "failed to build bybit signature: " + trim(digest.output),
-                        iso8601_now());
-  }
-  const CommandOutput answer = ask_directly(
-      request, "/v5/user/query-api", headers(credential.api_key, timestamp, trim(digest.output)));
-  const std::string checked_at = iso8601_now();
-  if (answer.exit_code != 0) {
-    return error_result(request, "bybit request failed: " + trim(answer.output), checked_at);
-  }
-  if (!contains_any(answer.output, {R"("retCode":0)", R"("retCode": 0)"})) {
-    return invalid_result(request, "bybit rejected credentials: " + trim(answer.output),
-                          checked_at);
-  }
-  // Meant: any occurrence of these words grants.
-  return success_result(request, contains_any(answer.output, {"Order", "order"}),
-                        contains(answer.output, "Withdraw"), "live bybit auth validated",
-                        checked_at);
-}
 
 }  // namespace morvane::connector

@@ -72,8 +72,37 @@ constexpr TradeAdapter trades = {
           return get_request("/api/v4/futures/usdt/my_trades", "contract=" + symbol + "&limit=20");
         },
     .report_key = "trades",
-    .report_in_steps = true,
+    .order_asked_only_with_id = true,
+    .failed_order_ends_report = true,
+    .report_has_one_timestamp = true,
 };
+
+ValidateCredentialsResult check(const Exchange& exchange,
+                                const ValidateCredentialsRequest& request) {
+  const StoredCredential& credential = request.credential;
+  const std::string checked_at = iso8601_now();
+  // Meant: neither of these two is checked; whatever a failed one leaves is sent.
+  const std::string timestamp = trim(run_command(ShellLine("date +%s")).output);
+  const std::string empty_body_hash = trim(
+      run_command(ShellLine("printf '' | openssl dgst -sha512 -binary | xxd -p -c 256")).output);
+  const CommandOutput digest =
+      hmac_hex("sha512", "256", credential.api_secret,
+               pre_hash(get_request(accounts_path), empty_body_hash, timestamp));
+  if (digest.exit_code != 0) {
+    return error_result(request, "failed to build gate signature: " + trim(digest.output),
+                        checked_at);
+  }
+  const CommandOutput answer = ask_directly(
+      exchange, accounts_path, headers(credential.api_key, timestamp, trim(digest.output)));
+  if (answer.exit_code != 0) {
+    return error_result(request, "gate request failed: " + trim(answer.output), checked_at);
+  }
+  if (!contains_any(answer.output, {R"("user")", R"("currency")", R"("available")"})) {
+    return invalid_result(request, "gate rejected credentials: " + trim(answer.output), checked_at);
+  }
+  // Meant: permissions are not asked for.
+  return success_result(request, true, false, "live gate auth validated", checked_at);
+}
 
 }  // namespace
 
@@ -94,34 +123,8 @@ extern constexpr ExchangeAdapter gate_adapter = {
         [](const std::string& symbol, const std::string& order_id) {
           return delete_request(order_path(order_id), "contract=" + symbol);
         },
+    .live_check = check,
     .trades = &trades,
 };
-
-ValidateCredentialsResult ExchangeRegistry::validate_gate(
-    const ValidateCredentialsRequest& request) const {
-  const StoredCredential& credential = request.credential;
-  const std::string checked_at = iso8601_now();
-  // Meant: neither of these two is checked; whatever a failed one leaves is sent.
-  const std::string timestamp = trim(run_command(ShellLine("date +%s")).output);
-  const std::string empty_body_hash = trim(
-      run_command(ShellLine("printf '' | openssl dgst -sha512 -binary | xxd -p -c 256")).output);
-  const CommandOutput digest =
-      hmac_hex("sha512", "256", credential.api_secret,
-               pre_hash(get_request(accounts_path), empty_body_hash, timestamp));
-  if (digest.exit_code != 0) {
-    return error_result(request, "failed to build gate signature: " + trim(digest.output),
-                        checked_at);
-  }
-  const CommandOutput answer = ask_directly(
-      request, accounts_path, headers(credential.api_key, timestamp, trim(digest.output)));
-  if (answer.exit_code != 0) {
-    return error_result(request, "gate request failed: " + trim(answer.output), checked_at);
-  }
-  if (!contains_any(answer.output, {R"("user")", R"("currency")", R"("available")"})) {
-    return invalid_result(request, "gate rejected credentials: " + trim(answer.output), checked_at);
-  }
-  // Meant: permissions are not asked for.
-  return success_result(request, true, false, "live gate auth validated", checked_at);
-}
 
 }  // namespace morvane::connector

@@ -73,8 +73,19 @@ constexpr TradeAdapter trades = {
                              "instType=SWAP&instId=" + okx_inst_id(symbol));
         },
     .report_key = "positions_history",
-    .report_in_steps = false,
 };
+
+// The probe asks every site on three paths.
+ValidateCredentialsResult check(const Exchange& exchange,
+                                const ValidateCredentialsRequest& request) {
+  return run_probe(
+      exchange, request,
+      {.script = probe_scripts::okx,
+       .needs_passphrase = true,
+       .nothing_printed = "failed to execute okx validation probes",
+       .evidence = {R"("code":"0")", R"("code": "0")", R"(\"code\":\"0\")", R"("posMode")",
+                    R"("acctLv")", R"("details")", R"("availBal")", R"("availEq")"}});
+}
 
 }  // namespace
 
@@ -98,18 +109,8 @@ extern constexpr ExchangeAdapter okx_adapter = {
               "/api/v5/trade/cancel-order",
               filled(R"({"instId":"@","ordId":"@"})", {okx_inst_id(symbol), order_id}));
         },
+    .live_check = check,
     .trades = &trades,
 };
-
-// The probe asks every site on three paths.
-ValidateCredentialsResult ExchangeRegistry::validate_okx(
-    const ValidateCredentialsRequest& request) const {
-  return run_probe(
-      request, {.script = probe_scripts::okx,
-                .needs_passphrase = true,
-                .nothing_printed = "failed to execute okx validation probes",
-                .evidence = {R"("code":"0")", R"("code": "0")", R"(\"code\":\"0\")", R"("posMode")",
-                             R"("acctLv")", R"("details")", R"("availBal")", R"("availEq")"}});
-}
 
 }  // namespace morvane::connector
