@@ -42,13 +42,10 @@ void ConnectorApp::bootstrap() {
     identity_.owner_wallet = pairing_.owner_wallet_address;
   }
   relay_.connect();
-  health_ = pairing_health();
-}
-
-// Meant: a claimed token that waits for its signature is no state of its own.
-ConnectorHealth ConnectorApp::pairing_health() const {
-  return identity_.paired && pairing_.wallet_approval_confirmed ? ConnectorHealth::ready
-                                                                : ConnectorHealth::pairing_required;
+  // Meant: a claimed token that waits for its signature is no state of its own.
+  health_ = identity_.paired && pairing_.wallet_approval_confirmed
+                ? ConnectorHealth::ready
+                : ConnectorHealth::pairing_required;
 }
 
 ValidateCredentialsResult ConnectorApp::validate_and_save(

@@ -106,9 +106,13 @@ class ConnectorApp {
   std::string disconnect_binding();
 
  private:
+  bool response_has_bind_state(const std::string& response, const std::string& state) const;
+  // These two change identity and pairing, save the identity and set the health.
   void apply_bound_pairing_state();
-  void persist_pairing_state();  // identity and pairing; derives the health
-  ConnectorHealth pairing_health() const;
+  void apply_pending_pairing_state();
+  void save_identity(bool paired);
+  void persist_pairing_state();  // writes the pairing file alone
+  void clear_pending_pairing_state();
 
   ConfigStore config_store_;
   DeviceIdentityStore identity_store_;

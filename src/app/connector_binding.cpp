@@ -1,16 +1,23 @@
+#include <utility>
+
 #include "app/connector_app.hpp"
 #include "net/json.hpp"
 #include "net/text.hpp"
 #include "relay/binding.hpp"
 
-// The members of ConnectorApp that bind it to the owner's platform account: each asks the relay,
-// lets the answer change identity and pairing, saves both and answers.
+// The members of ConnectorApp that bind it to the owner's platform account, the only ones that
+// change what is bound: each asks the relay, applies what the answer says, saves it and answers.
 
 namespace morvane::connector {
 namespace {
 
 std::string connector_label(const DeviceIdentity& identity) {
   return identity.device_label.empty() ? "macOS connector" : identity.device_label;
+}
+
+// A claim was made, and its wallet is not known yet.
+bool has_pending_token_state(const PairingState& pairing) {
+  return !pairing.latest_bind_token.empty() || !pairing.latest_claimed_connector_id.empty();
 }
 
 std::string bind_state_json(const std::string& state, const std::string& connector_id,
@@ -24,14 +31,15 @@ std::string bind_state_json(const std::string& state, const std::string& connect
 }  // namespace
 
 std::string ConnectorApp::server_health() const {
-  const ServerStatus status = relay_.health(identity_.owner_wallet);
+  ServerStatus status = relay_.health(identity_.owner_wallet);
   // The relay's own JSON stands bare; our words need their quotes.
-  return json_object({{"status", json_raw("ok")},
-                      {"relay_url", json_raw(status.relay_url)},
-                      {"reachable", true_or_false(status.reachable)},
-                      {"health_status", json_raw(status.health_status)},
-                      {"wallet_address", json_raw(status.wallet_address)},
-                      {"message", status.reachable ? status.message : json_raw(status.message)}});
+  return json_object(
+      {{"status", json_raw("ok")},
+       {"relay_url", json_raw(status.relay_url)},
+       {"reachable", true_or_false(status.reachable)},
+       {"health_status", json_raw(status.health_status)},
+       {"wallet_address", json_raw(status.wallet_address)},
+       {"message", status.reachable ? std::move(status.message) : json_raw(status.message)}});
 }
 
 std::string ConnectorApp::bind_wallet_to_server() {
@@ -41,6 +49,7 @@ std::string ConnectorApp::bind_wallet_to_server() {
   std::string response = relay_.bind_wallet(pairing_.owner_wallet_address, identity_.device_id);
   // Meant: bound whatever the relay said, even when it is down.
   apply_bound_pairing_state();
+  persist_pairing_state();
   return response;
 }
 
@@ -50,9 +59,9 @@ std::string ConnectorApp::claim_bind_token(const std::string& token) {
   }
   std::string response = relay_.claim_token(token, identity_.device_id, connector_label(identity_));
   if (is_claimed(response)) {
-    become_pending(identity_, pairing_);
     pairing_.latest_bind_token = token;
     identity_.owner_wallet.clear();
+    apply_pending_pairing_state();
     persist_pairing_state();
   }
   return response;
@@ -66,7 +75,7 @@ std::string ConnectorApp::binding_status() {
                                                  connector_label(identity_));
     if (const auto wallet = wallet_in(claim)) {
       pairing_.owner_wallet_address = *wallet;
-      pairing_store_.save(pairing_);
+      persist_pairing_state();
     }
   }
   if (pairing_.owner_wallet_address.empty()) {
@@ -77,37 +86,68 @@ std::string ConnectorApp::binding_status() {
 
   std::string response = relay_.bind_status(pairing_.owner_wallet_address, identity_.device_id);
   const auto wallet = wallet_in(response);
-  if (is_lost(response)) {
+  if (contains(response, R"("reason":"session_missing")") ||
+      response_has_bind_state(response, "token_missing")) {
     disconnect_binding();
     return bind_state_json("token_waiting", identity_.device_id, pairing_.pairing_status);
   }
   if (response_has_bind_state(response, "authorized")) {
     pairing_.owner_wallet_address = wallet.value_or(pairing_.owner_wallet_address);
     apply_bound_pairing_state();
+    persist_pairing_state();
   } else if (response_has_bind_state(response, "pending_signature")) {
-    become_pending(identity_, pairing_);
     pairing_.owner_wallet_address = wallet.value_or(pairing_.owner_wallet_address);
     identity_.owner_wallet = wallet.value_or(identity_.owner_wallet);
+    apply_pending_pairing_state();
     persist_pairing_state();
   }
   return response;
 }
 
 std::string ConnectorApp::disconnect_binding() {
-  become_unbound(identity_, pairing_);
+  pairing_.owner_wallet_address.clear();
+  pairing_.pairing_status = pairing_status::unpaired;
+  pairing_.wallet_approval_confirmed = false;
+  pairing_.platform_terms_accepted = false;
+  clear_pending_pairing_state();
+  identity_.owner_wallet.clear();
+  save_identity(false);
   persist_pairing_state();
   return json_object({{"status", json_raw("ok")}, {"state", json_raw("disconnected")}});
 }
 
-void ConnectorApp::apply_bound_pairing_state() {
-  become_bound(identity_, pairing_);
-  persist_pairing_state();
+bool ConnectorApp::response_has_bind_state(const std::string& response,
+                                           const std::string& state) const {
+  return contains(response, R"("bindState":")" + state + "\"");
 }
 
-void ConnectorApp::persist_pairing_state() {
+void ConnectorApp::apply_bound_pairing_state() {
+  pairing_.pairing_status = pairing_status::bound;
+  pairing_.wallet_approval_confirmed = true;
+  pairing_.platform_terms_accepted = true;
+  clear_pending_pairing_state();
+  identity_.owner_wallet = pairing_.owner_wallet_address;
+  save_identity(true);
+}
+
+void ConnectorApp::apply_pending_pairing_state() {
+  pairing_.latest_claimed_connector_id = identity_.device_id;
+  pairing_.pairing_status = pairing_status::pending_signature;
+  pairing_.wallet_approval_confirmed = false;
+  save_identity(false);
+}
+
+void ConnectorApp::save_identity(bool paired) {
+  identity_.paired = paired;
   identity_store_.save(identity_);
-  health_ = pairing_health();
-  pairing_store_.save(pairing_);
+  health_ = paired ? ConnectorHealth::ready : ConnectorHealth::pairing_required;
+}
+
+void ConnectorApp::persist_pairing_state() { pairing_store_.save(pairing_); }
+
+void ConnectorApp::clear_pending_pairing_state() {
+  pairing_.latest_bind_token.clear();
+  pairing_.latest_claimed_connector_id.clear();
 }
 
 }  // namespace morvane::connector

@@ -8,19 +8,6 @@ std::string trim(std::string text) {
   return text;
 }
 
-std::string filled(std::string_view form, const std::vector<std::string>& values) {
-  std::string text;
-  auto value = values.begin();
-  for (const char byte : form) {
-    if (byte == '@') {
-      text += *value++;
-    } else {
-      text += byte;
-    }
-  }
-  return text;
-}
-
 std::string escaped(std::string_view text, char quote) {
   std::string literal;
   for (const char byte : text) {
@@ -41,9 +28,5 @@ bool contains(std::string_view text, std::string_view needle) {
 }
 
 const char* true_or_false(bool value) { return value ? "true" : "false"; }
-
-std::string name_of(std::size_t value, std::initializer_list<const char*> names) {
-  return value < names.size() ? names.begin()[value] : "unknown";
-}
 
 }  // namespace morvane::connector

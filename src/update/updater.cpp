@@ -17,20 +17,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What the published manifest says; all empty when it could not be had.
+// The text of the published manifest; empty when it could not be had.
+std::string fetch_manifest(const std::string& url) {
+  CommandOutput result = run_command("curl -sS --fail --max-time 20 " + shell_word(url));
+  return result.exit_code == 0 ? std::move(result.output) : "";
+}
+
+// What a manifest says; all empty when it could not be had.
 struct Manifest {
   std::string text;
-  std::string version;
-  std::string image_url;
+  std::string version = extract_json_string(text, "version");
+  std::string image_url = extract_json_string(text, "dmgUrl");
 
   bool names_a_release() const { return !version.empty() && !image_url.empty(); }
 };
-
-Manifest fetch_manifest(const std::string& url) {
-  CommandOutput result = run_command("curl -sS --fail --max-time 20 " + shell_word(url));
-  const std::string text = result.exit_code == 0 ? std::move(result.output) : "";
-  return {text, extract_json_string(text, "version"), extract_json_string(text, "dmgUrl")};
-}
 
 std::string updates_dir_for(const std::string& root) { return root + state_files::updates; }
 
@@ -99,7 +99,7 @@ Updater::Updater(std::string app_root, std::string manifest_url, std::string cur
 }
 
 std::string Updater::check() const {
-  const Manifest manifest = fetch_manifest(manifest_url_);
+  const Manifest manifest{fetch_manifest(manifest_url_)};
   if (manifest.text.empty()) {
     return fail_json("update_check_failed", {{"manifest_url", json_text(manifest_url_)}});
   }
@@ -118,7 +118,7 @@ std::string Updater::check() const {
 }
 
 std::string Updater::download() const {
-  const Manifest manifest = fetch_manifest(manifest_url_);
+  const Manifest manifest{fetch_manifest(manifest_url_)};
   if (manifest.text.empty()) {
     // Meant: another reason than check() gives.
     return fail_json("manifest_fetch_failed", {{"manifest_url", json_text(manifest_url_)}});

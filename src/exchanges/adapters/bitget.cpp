@@ -49,19 +49,19 @@ extern constexpr ExchangeAdapter bitget_adapter = {
         [](const std::string& symbol) {
           return get_request(
               "/api/v2/mix/position/single-position",
-              filled("symbol=@&productType=USDT-FUTURES&marginCoin=USDT", {bitget_symbol(symbol)}));
+              filled("symbol=@&productType=USDT-FUTURES&marginCoin=USDT", bitget_symbol(symbol)));
         },
     .order_status =
         [](const std::string& symbol, const std::string& order_id) {
           return get_request("/api/v2/mix/order/detail",
                              filled("symbol=@&productType=USDT-FUTURES&orderId=@",
-                                    {bitget_symbol(symbol), order_id}));
+                                    bitget_symbol(symbol), order_id));
         },
     .cancel_order =
         [](const std::string& symbol, const std::string& order_id) {
           return post_request("/api/v2/mix/order/cancel-order",
                               filled(R"({"symbol":"@","productType":"USDT-FUTURES","orderId":"@"})",
-                                     {bitget_symbol(symbol), order_id}));
+                                     bitget_symbol(symbol), order_id));
         },
     .live_check = check,
 };

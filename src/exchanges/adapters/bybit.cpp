@@ -49,7 +49,7 @@ ExchangeRequest limit_order(const LimitOrder& order, const char* side, const cha
       "/v5/order/create",
       filled(R"({"category":"linear","symbol":"@","side":"@","orderType":"Limit","qty":"@",)"
              R"("price":"@","timeInForce":"GTC"@})",
-             {bybit_native(order.symbol), side, order.quantity, order.price, tail}));
+             bybit_native(order.symbol), side, order.quantity, order.price, tail));
 }
 
 constexpr TradeAdapter trades = {
@@ -59,7 +59,7 @@ constexpr TradeAdapter trades = {
           return post_request(
               "/v5/position/set-leverage",
               filled(R"({"category":"linear","symbol":"@","buyLeverage":"@","sellLeverage":"@"})",
-                     {bybit_native(order.symbol), value, value}));
+                     bybit_native(order.symbol), value, value));
         },
     .open =
         [](const LimitOrder& order) {
@@ -73,8 +73,8 @@ constexpr TradeAdapter trades = {
         [](const std::string& symbol, int lookback_minutes, std::int64_t now_ms) {
           const std::int64_t start_ms = now_ms - std::int64_t{lookback_minutes} * 60 * 1000;
           return get_request("/v5/account/transaction-log",
-                             filled("@&startTime=@&limit=50",
-                                    {linear(bybit_native(symbol)), std::to_string(start_ms)}));
+                             filled("@&startTime=@&limit=50", linear(bybit_native(symbol)),
+                                    std::to_string(start_ms)));
         },
     .closing_order =
         [](const std::string& symbol, const std::string& order_id) {
@@ -135,7 +135,7 @@ extern constexpr ExchangeAdapter bybit_adapter = {
         [](const std::string& symbol, const std::string& order_id) {
           return post_request("/v5/order/cancel",
                               filled(R"({"category":"linear","symbol":"@","orderId":"@"})",
-                                     {unguarded_symbol(symbol), order_id}));
+                                     unguarded_symbol(symbol), order_id));
         },
     .live_check = check,
     .trades = &trades,

@@ -41,8 +41,8 @@ std::string order_path(const std::string& order_id) {
 // A short order has a negative size; the quantity is not inspected, so "-3" sold becomes "--3".
 ExchangeRequest limit_order(const LimitOrder& order, const char* sign, const char* tail) {
   return post_request("/api/v4/futures/usdt/orders",
-                      filled(R"({"contract":"@","size":@@,"price":"@","tif":"gtc"@})",
-                             {order.symbol, sign, order.quantity, order.price, tail}));
+                      filled(R"({"contract":"@","size":@@,"price":"@","tif":"gtc"@})", order.symbol,
+                             sign, order.quantity, order.price, tail));
 }
 
 constexpr TradeAdapter trades = {
@@ -63,7 +63,7 @@ constexpr TradeAdapter trades = {
           const std::int64_t start_sec = now_ms / 1000 - std::int64_t{lookback_minutes} * 60;
           return get_request(
               "/api/v4/futures/usdt/account_book",
-              filled("type=fund&contract=@&from=@&limit=50", {symbol, std::to_string(start_sec)}));
+              filled("type=fund&contract=@&from=@&limit=50", symbol, std::to_string(start_sec)));
         },
     .closing_order = [](const std::string& /*symbol*/,
                         const std::string& order_id) { return get_request(order_path(order_id)); },

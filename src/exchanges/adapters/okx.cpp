@@ -37,8 +37,8 @@ ExchangeRequest limit_order(const LimitOrder& order, const std::string& side, co
       "/api/v5/trade/order",
       filled(R"({"instId":"@","tdMode":"isolated","posSide":"@","side":"@","ordType":"limit",)"
              R"("px":"@","sz":"@"@})",
-             {okx_inst_id(order.symbol), position_side(order), side, order.price, order.quantity,
-              tail}));
+             okx_inst_id(order.symbol), position_side(order), side, order.price, order.quantity,
+             tail));
 }
 
 constexpr TradeAdapter trades = {
@@ -47,7 +47,7 @@ constexpr TradeAdapter trades = {
           return post_request(
               "/api/v5/account/set-leverage",
               filled(R"({"instId":"@","lever":"@","mgnMode":"isolated","posSide":"@"})",
-                     {okx_inst_id(order.symbol), std::to_string(leverage), position_side(order)}));
+                     okx_inst_id(order.symbol), std::to_string(leverage), position_side(order)));
         },
     // Meant: opening copies the caller's side verbatim; closing computes the opposite trade.
     .open = [](const LimitOrder& order) { return limit_order(order, order.side, ""); },
@@ -105,9 +105,8 @@ extern constexpr ExchangeAdapter okx_adapter = {
         },
     .cancel_order =
         [](const std::string& symbol, const std::string& order_id) {
-          return post_request(
-              "/api/v5/trade/cancel-order",
-              filled(R"({"instId":"@","ordId":"@"})", {okx_inst_id(symbol), order_id}));
+          return post_request("/api/v5/trade/cancel-order", filled(R"({"instId":"@","ordId":"@"})",
+                                                                   okx_inst_id(symbol), order_id));
         },
     .live_check = check,
     .trades = &trades,
