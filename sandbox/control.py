@@ -46,7 +46,7 @@ class Control:
                 if len(arguments) != usage.count("/") - 1:
                     raise Wrong(f"write {usage}")
                 return switch(self, *arguments)
-        raise Wrong(f"there is no switch /{name}; curl http://{hosts.CONTROL}/ lists them")
+        raise Wrong(f"there is no switch {name!r}; curl http://{hosts.CONTROL}/ lists them")
 
     def fill(self, exchange: str, order_id: str) -> str:
         """somebody takes an open order, at its own price"""
@@ -57,7 +57,7 @@ class Control:
         return f"{order.state} {order_id}"
 
     def mark(self, coin: str, price: str) -> str:
-        """a mark price moves; orders that it crosses are filled"""
+        """BTC or ETH moves; orders that it crosses are filled"""
         if not re.fullmatch(r"[0-9]{1,9}(\.[0-9]{1,8})?", price) or not Decimal(price):
             raise Wrong(f"{price!r} is no price")
         _known(coin, MARKS)
@@ -91,7 +91,7 @@ class Control:
         return f"{self._world.relay.authorize()} bindings"
 
     def requests(self) -> str:
-        """how many went to each host, and held a demo key or secret"""
+        """requests by host, and how many held a key or secret"""
         keys = [key for exchange in hosts.BY_EXCHANGE for key in self._world.keys(exchange)]
         sent: dict[str, list[str]] = {}
         for request in self._world.requests:
