@@ -6,15 +6,16 @@ from typing import Optional
 from . import hosts
 from .account import Account
 from .control import Control
-from .exchanges.call import ApiKey, Refusal
 from .exchanges.bingx import Bingx
 from .exchanges.bitget import Bitget
 from .exchanges.bybit import Bybit
+from .exchanges.call import ApiKey, Refusal
 from .exchanges.gate import Gate
 from .exchanges.kucoin import Kucoin
 from .exchanges.okx import Okx
 from .http_message import Fault, Request, Response, take_fault
 from .platform_hosts import Downloads, Relay
+
 
 class World:
     """Handles one request at a time and keeps all of them."""
