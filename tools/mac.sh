@@ -13,19 +13,17 @@ tools/install.sh build test || exit 1
 names="s|$PWD|.|g; s|${HOME:-/nowhere}|~|g; s|$(id -un)|(user)|g"
 PATH=/usr/bin:/bin:/usr/sbin:/sbin:$PATH # A stock Mac's tools before others of the same names.
 folder=$(mktemp -d)
-volume=$folder/volume
-image=''
+volume=$folder/volume image='' failed=0
 HOME=$folder/home
 export PATH HOME
 unset MORVANE_SIGN_IDENTITY
 mkdir -p "$HOME" build/mac
 trap '[ -z "$image" ] || hdiutil detach "$volume" >/dev/null 2>&1; rm -rf "$folder"' EXIT
 trap 'exit 130' INT TERM HUP
-failed=0
 
 # answer WHAT PATTERN TEXT : one line; the whole TEXT must match the PATTERN, as `case` has it.
 answer() {
-  text=$(printf '%s' "$3" | tail -n 3 | tr '\n' ' ' | cut -c 1-300 |
+  text=$(printf '%s' "$3" | tail -n 4 | tr '\n' ' ' | cut -c 1-300 |
     sed "s|$folder|(folder)|g; $names")
   # shellcheck disable=SC2254
   case $3 in
@@ -34,13 +32,15 @@ answer() {
   esac
 }
 
-# succeeds WHAT COMMAND... : whether it does, with the last line that it said.
+# succeeds WHAT COMMAND... : whether it does, with the last line that it said, or the last few.
 succeeds() {
-  what=$1
+  log="build/mac/$1.log"
+  what=$1 lines=1
   shift
-  said=$("$@" 2>&1 </dev/null)
+  "$@" >"$log" 2>&1 </dev/null
   status=$?
-  answer "$what" 'status 0:*' "status $status: $(printf '%s\n' "$said" | grep . | tail -n 1)"
+  [ "$status" = 0 ] || lines=4
+  answer "$what" 'status 0:*' "status $status: $(grep . "$log" | tail -n "$lines")"
 }
 
 answer macOS '[1-9][0-9].* *' "$(sw_vers -productVersion 2>&1) $(uname -m)"
@@ -72,7 +72,8 @@ b=2' >/dev/null 2>&1
 else
   answer 'a keychain of its own' '' "$furnished" # Without one, security would ask at the screen.
 fi
-answer 'sh, of a killed tool' '*line 1:*Killed*secret*' "$(sh -c 'sh -c "kill -9 \$\$" secret; true' 2>&1)"
+answer 'sh, of a killed tool' '*line 1:*Killed*secret*' \
+  "$(sh -c 'sh -c "kill -9 \$\$" secret; true' 2>&1)"
 
 succeeds demo ./dev demo
 succeeds tests ./dev test
@@ -94,4 +95,5 @@ succeeds 'hdiutil attach' hdiutil attach -nobrowse -readonly -mountpoint "$volum
 succeeds check_app.py python3 packaging/check_app.py "$volume/Morvane Connector.app" \
   "${version%.dmg}"
 succeeds 'the link to Applications' test "$volume/Applications" -ef /Applications
+[ "$failed" = 0 ] || echo "Not for a report, but all that was said: build/mac/*.log" >&2
 exit "$failed"
