@@ -2,7 +2,8 @@
 
 To add one, write a class of tables in a file of its own, from the exchange's documentation:
 
-1. `name` and `contracts`, by its own symbols; its hosts in ../hosts.py, its class in ../world.py.
+1. `name`, and `contracts` in BTC and in ETH, by its own symbols; its hosts in ../hosts.py, its
+   class in ../world.py.
 2. `credentials`, and `sign` where its signature is not the commonest one (HMAC-SHA256 in base64 of
    time, method, target and body). It is the second opinion on the connector's: copy nothing of it.
 3. `routes`: which operation of those below answers which request; `key`, what it tells of keys, is
@@ -13,7 +14,8 @@ To add one, write a class of tables in a file of its own, from the exchange's do
    their values; `shapes`, the lists and names around them.
 
 Where it is truly odd it has a method of the same name as one here. A slip in a table (a setting,
-member, word or reason that is none, or a reason without words) is a ValueError at the start.
+operation, member, word or reason that is none, a reason without words) is a ValueError when the
+sandbox starts.
 """
 
 import itertools
@@ -238,7 +240,8 @@ class Exchange:
         """HTTP status, code and text by reason."""
         errors = {row.split()[0]: row.split(None, 3)[1:]
                   for row in self.errors.strip().splitlines()}
-        errors.update({reason: errors["invalid"] for reason in self.refused_as_invalid.split()})
+        errors.update({reason: errors.get("invalid", [])
+                       for reason in self.refused_as_invalid.split()})
         known = set(" ".join(REASONS.values()).split())
         met = {reason for about in ("", *self.credentials, *self.routes.values())
                for reason in REASONS.get(about, "").split()}
@@ -251,6 +254,7 @@ class Exchange:
         settings = {name for name, value in vars(type(self)).items() if not callable(value)}
         self._refuse("settings", settings - set(dir(Exchange)))
         self._refuse("words", set(self.words) - WORDS)
+        self._refuse("operations", {one for one in self.routes.values() if not hasattr(self, one)})
         account = Account(self.contracts, lambda: "1")
         contract = account.contract(self.contracts[0][0])
         order = account.place(contract, True, contract.step, contract.mark)

@@ -32,7 +32,7 @@ def plain(value: Decimal) -> str:
 
 
 def _value(word: str, record: Any, words: Mapping[Any, Any], unit_ms: int) -> Any:
-    if word[0] == "'":
+    if word[0] == word[-1] == "'":
         return word.strip("'")
     if word in ("true", "false") or word.isdecimal():
         return json.loads(word)

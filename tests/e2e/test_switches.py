@@ -13,6 +13,7 @@ SLIPS = {
     "there is no such reason": {"errors": Bybit.errors + "no_money 200 1 none"},
     "a reason has no words": {"refused_as_invalid": ""},
     "there is no such state": {"words": {"opened": "New"}},
+    "there is no such operation": {"routes": {"GET /v5/position/list": "positon"}},
     "there is no such setting": {"order_field": ""},
 }
 
