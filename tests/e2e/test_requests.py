@@ -2,183 +2,296 @@
 
 import os
 import re
-import shlex
 import time
 
+from request_table import read_table
 from sandbox import Fault, hosts
 from support import DEVICE, EXCHANGES, TRADING, ConnectorTest, document, error
 
-TABLE = os.path.join(os.path.dirname(__file__), "../requests.txt")
-HALVES = {"place-open": r'\{{"leverage":{0},"place":{0}\}}',
-          "close-report": r'\{{"order":{0},"{1}":{0}\}}'}
-REPORTS = {"bybit": "closed_pnl", "okx": "positions_history", "gate": "trades"}
 RELAY = f"https://{hosts.RELAY}"
 MANIFEST = f"https://{hosts.DOWNLOAD}/current/manifest.json"
 
 # What curl, or Python's client, adds by itself.
 ADDED = ("host", "user-agent", "accept", "accept-encoding", "content-length", "connection")
 
-
-def rows():
-    """Of each row: its words, what is behind each arrow or "at", and the headers."""
-    with open(TABLE, encoding="utf-8") as table:
-        text = re.sub("(?m)^#.*\n", "", table.read())
-    for row in re.findall(r"(?m)^\S.*(?:\n .*)*", text):
-        row = re.sub("\n +", "", re.sub("\n +(?=->|with)", " ", row))
-        row, *headers = row.split(" with")
-        words, *requests = re.split(" at | -> ", row)
-        yield shlex.split(words), requests, " ".join(headers).split()
+# The sandbox knows a key at one of OKX's sites, and one version of a KuCoin key.
+REFUSED_IN_PART = (["validate", "okx"], ["validate", "kucoin"])
 
 
 def health(url, reachable, status, message):
+    """What server-health prints."""
     return document("ok", relay_url=url, reachable=reachable, health_status=status,
                     wallet_address="0xOwn", message=message)
 
 
-class Requests(ConnectorTest):
+class EveryRequest(ConnectorTest):
+    """tests/requests.txt, row by row."""
+
     def setUp(self):
         super().setUp()
         self.store_keys("hyperliquid", "Bybit", *EXCHANGES)
         self.be_bound()
 
-    def test_what_goes_out_is_what_the_table_says_and_no_exchange_refuses_the_signature(self):
-        at = {}
-        for words, requests, headers in rows():
-            if len(words) == 1:
-                at[words[0]] = requests[0], headers
-                continue
-            with self.subTest(" ".join(words)):
-                self.box.requests.clear()
-                key = self.key(words[1]) if words[1] in EXCHANGES else "ksp"
-                known = dict(zip(("<key>", "<secret>", "<passphrase>"), key))
-                began = int(time.time())
-                printed = self.connector(*(known.get(word, word) for word in words)).stdout
-                if re.fullmatch("[a-z_]+", requests[0]):
-                    self.assertEqual(([], error(requests[0])), (self.box.requests, printed))
-                    continue
-                address, own = at[words[1]]
-                self.assertEqual(len(requests), len(self.box.requests))
-                for version, (expected, sent) in enumerate(zip(requests, self.box.requests), 2):
-                    self.assertEqual(re.sub("^([A-Z]+) /", rf"\1 {address}/", expected),
-                                     self.told(sent, expected, began))
-                    known["<version>"] = str(version)
-                    self.assert_headers([*own, *headers], sent, known)
-                self.assertRegex(printed, self.frame(*words[:2]))
-                # A key is of one of OKX's sites, and of one of KuCoin's two versions.
-                if words[:2] not in (["validate", "okx"], ["validate", "kucoin"]):
+    def test_what_goes_out_is_what_the_table_says_and_no_exchange_refuses_it(self):
+        for row in read_table():
+            with self.subTest(" ".join(row.command)):
+                printed = self.run_row(row)
+                self.assertEqual([(one.method, one.address, one.body) for one in row.requests],
+                                 [self.as_told(one) for one in self.box.requests])
+                for expected, sent in zip(row.requests, self.box.requests):
+                    self.assertEqual(self.filled_in(expected.headers, row),
+                                     self.headers_as_told(expected.headers, sent))
+                if row.command[:2] not in REFUSED_IN_PART:
                     self.assertEqual([], self.box.refusals)
-                self.box.refusals.clear()
-        self.assertEqual({"relay", *EXCHANGES}, set(at), "Each exchange has rows.")
+                if row.reason:
+                    self.assertEqual(error(row.reason), printed)
 
-    def told(self, request, expected, began):
-        """A request as the table tells it: what changes from run to run by its name."""
-        target = re.sub(r"timestamp=\d{13}&signature=[0-9a-f]{64}$", "<signed>", request.target)
-        if ago := re.search("<(.*) minutes ago>", expected):
-            unit, start = re.search(r"&(startTime|from)=(-?\d+)&", target).groups()
-            seconds = int(start) / (1000 if unit == "startTime" else 1) + int(ago[1]) * 60
-            self.assertTrue(began <= seconds <= time.time(), target)
-            target = target.replace(start, ago[0])
-        body = " " + request.body.decode() if request.body else ""
-        return f"{request.method} {request.scheme}://{request.host}{target}{body}"
+    def test_each_exchange_has_rows(self):
+        asked = {word for row in read_table() for word in row.command[1:2]}
+        self.assertEqual(set(), set(EXCHANGES) - asked)
 
-    def assert_headers(self, wanted, request, known):
-        """Their names in this order, and the values that are known."""
-        expected = [(name.lower(), known.get(value, value)) for name, _, value in
-                    (header.partition("=") for header in wanted)]
-        if request.body and ("content-type", "application/json") not in expected:
-            expected.append(("content-type", "application/json"))
-        values = dict(expected)
-        sent = [(name.lower(), value) for name, value in request.headers]
-        self.assertEqual(expected, [(name, value if values.get(name) else "")
-                                    for name, value in sent if name not in ADDED or name in values])
+    def credential(self, row):
+        """The words that stand for parts of the credential, and those parts."""
+        exchange = row.command[1] if len(row.command) > 1 else ""
+        parts = self.key(exchange) if exchange in EXCHANGES else ["", "", ""]
+        return dict(zip(("<key>", "<secret>", "<passphrase>"), parts))
 
-    def frame(self, command, exchange):
-        """The pattern of a whole answer."""
-        if exchange == "relay" or command == "validate":
-            return '"status":"' if exchange == "relay" else "credentials_saved=true"
-        body = HALVES.get(command, "{}").format(r"[{[].*[}\]]", REPORTS.get(exchange))
-        kind = command.replace("get-", "").replace("-", "_")
-        return rf'\A{{"status":"ok","exchange":"{exchange}","kind":"{kind}","body":{body}}}\n\Z'
+    def run_row(self, row):
+        """What the command of the row prints."""
+        self.box.requests.clear()
+        self.box.refusals.clear()
+        known = self.credential(row)
+        self.began = time.time()
+        return self.connector(*(known.get(word, word) for word in row.command)).stdout
 
-    def test_whatever_came_is_passed_on_as_it_is_but_for_a_line_behind_its_nul(self):
-        for status, body in ((200, b""), (200, b"no JSON \"'}"), (500, b"<h1>500</h1>\r\n\n"),
-                             (401, b"\xff\xfe%s%d\\n"), (200, b"x" * (8 << 20)), (429, b"a\0b\nc")):
-            self.box.faults[:] = [Fault.answer(host, status, body)
-                                  for host in (hosts.BYBIT, hosts.RELAY)]
-            for command, frame in (
-                    ("balance bybit", document("ok", exchange="bybit", kind="balance", body="RAW")),
-                    ("server-health", health(RELAY, True, "reachable", "RAW")),
-                    ("bind-status", '"RAW"\n')):
-                expected = frame.replace('"RAW"', os.fsdecode(body).replace("\0b\n", ""))
-                self.assertTrue(expected == self.answer(*command.split()), (command, body[:99]))
+    def as_told(self, request):
+        """Method, address and body, with the table's words for what differs at each run."""
+        address = f"{request.scheme}://{request.host}{request.target}"
+        address = re.sub(r"timestamp=\d{13}&signature=[0-9a-f]{64}$", "<signed>", address)
+        start = re.search(r"(startTime|from)=(-?\d+)", address)
+        if start:
+            seconds = int(start[2]) / (1000 if start[1] == "startTime" else 1)
+            minutes = round((self.began - seconds) / 60)
+            address = address.replace(start[2], f"<{minutes} minutes ago>")
+        return request.method, address, request.body.decode()
 
-    def test_what_fails_is_told_in_the_commands_own_words_after_its_own_time(self):
-        self.stand_in(curl=r'''case "$*" in
-  "-sS "*--max-time\ $LIMIT\ *) printf '"retCode":0 "user" "status":"ok"\n'; echo 28 >&2; exit 28
-esac''')
-        for command, self.env["LIMIT"], told in (
-                ("server-health", "10",
-                 health(RELAY, False, "unreachable", "relay health request failed")),
-                ("bind-status", "15", error("bind_status_failed")),
-                ("claim-token t", "15", error("claim_token_failed")),
-                ("balance kucoin", "20", error("http_failed")),
-                ("cancel-order bingx BTC_USDT 42", "20", error("http_failed")),
-                ("place-close gate BTC_USDT buy 1 2", "20", error("http_failed")),
-                ("update-check", "20", error("update_check_failed", manifest_url=MANIFEST)),
-                ("update-download", "20", error("manifest_fetch_failed", manifest_url=MANIFEST)),
-                ("bind-wallet", "15", error("bind_request_failed"))):
-            self.says(told, *command.split())
-        for exchange in ("bybit", "gate"):
-            os.remove(self.path(f"vault/{exchange}.vault"))
-            told = f'{exchange} request failed: "retCode":0 "user" "status":"ok"\n28'
-            self.assert_refused("error", told, exchange)
+    def filled_in(self, headers, row):
+        known = self.credential(row)
+        return [(name.lower(), known.get(value, value)) for name, value in headers.items()]
 
-    def test_both_halves_are_sent_but_gates_report_ends_at_its_first_failure(self):
+    def headers_as_told(self, expected, request):
+        """Those that the client does not add by itself, with the table's words for values."""
+        told = {name.lower(): value for name, value in expected.items()}
+        sent = []
+        for name, value in request.headers:
+            name, word = name.lower(), told.get(name.lower(), "")
+            if name in told or name not in ADDED:
+                checked_elsewhere = word in ("<timestamp>", "<signature>", "<signed passphrase>")
+                sent.append((name, word if checked_elsewhere and value else value))
+        return sent
+
+
+class Answers(ConnectorTest):
+    def setUp(self):
+        super().setUp()
+        self.store_keys(*EXCHANGES)
+        self.be_bound()
+
+    def test_an_exchanges_answer_stands_as_it_is_in_the_answer_of_its_command(self):
+        order = ["BTC_USDT", "buy", "1", "2"]
+        whole = {
+            "balance": ("balance", []), "get-position": ("position", ["BTC_USDT"]),
+            "order-status": ("order_status", ["BTC_USDT", "42"]),
+            "cancel-order": ("cancel_order", ["BTC_USDT", "42"]),
+            "funding": ("funding", ["BTC_USDT"]), "place-close": ("place_close", order)}
+        for command, (kind, arguments) in whole.items():
+            reads = command in ("balance", "get-position", "order-status", "cancel-order")
+            for exchange in EXCHANGES if reads else TRADING:
+                with self.subTest(f"{command} {exchange}"):
+                    self.answer_everything(b"[1]")
+                    self.says(document("ok", exchange=exchange, kind=kind, body=[1]),
+                              command, exchange, *arguments)
+
+    def test_the_answers_to_two_requests_stand_side_by_side(self):
+        reports = {"bybit": "closed_pnl", "okx": "positions_history", "gate": "trades"}
         for exchange in TRADING:
-            host = hosts.BY_EXCHANGE[exchange][0]
+            with self.subTest(exchange):
+                self.answer_everything(b"[1]")
+                self.says(document("ok", exchange=exchange, kind="place_open",
+                                   body={"leverage": [1], "place": [1]}),
+                          "place-open", exchange, "BTC_USDT", "buy", "1", "2", "5")
+                self.says(document("ok", exchange=exchange, kind="close_report",
+                                   body={"order": [1], reports[exchange]: [1]}),
+                          "close-report", exchange, "BTC_USDT", "42")
+
+    def test_gates_report_without_an_id_has_an_empty_order(self):
+        self.answer_everything(b"[1]")
+        self.says(document("ok", exchange="gate", kind="close_report",
+                           body={"order": {}, "trades": [1]}), "close-report", "gate", "BTC_USDT")
+
+    def test_whatever_came_is_passed_on_also_when_it_is_no_json(self):
+        for name, status, body in (
+                ("nothing", 200, b""), ("no JSON", 200, b"no JSON \"'}"),
+                ("a page", 500, b"<h1>500</h1>\r\n\n"), ("bytes", 401, b"\xff\xfe%s%d\\n"),
+                ("8 MiB", 200, b"x" * (8 << 20))):
+            with self.subTest(name):
+                self.assert_passed_on(status, body, os.fsdecode(body))
+
+    def test_a_line_is_passed_on_up_to_its_nul(self):
+        self.assert_passed_on(200, b"a\0b\nc\n", "ac\n")
+
+    def assert_passed_on(self, status, body, text):
+        self.answer_everything(body, status)
+        for command, frame in (
+                ("balance bybit", document("ok", exchange="bybit", kind="balance", body="RAW")),
+                ("server-health", health(RELAY, True, "reachable", "RAW")),
+                ("bind-status", '"RAW"\n')):
+            printed = self.answer(*command.split())
+            # Of 8 MiB no difference can be read.
+            self.assertTrue(frame.replace('"RAW"', text) == printed, f"{command}: {printed[:200]}")
+
+    def answer_everything(self, body, status=200):
+        self.box.faults[:] = [Fault.answer(host, status, body)
+                              for host in hosts.BY_SCHEME["https"]]
+
+
+class Failures(ConnectorTest):
+    def setUp(self):
+        super().setUp()
+        self.store_keys(*EXCHANGES)
+        self.be_bound()
+
+    def test_a_failed_transfer_is_told_in_the_commands_own_words_whatever_was_printed(self):
+        for command, seconds, told in (
+                ("server-health", 10, health(RELAY, False, "unreachable",
+                                             "relay health request failed")),
+                ("bind-status", 15, error("bind_status_failed")),
+                ("claim-token t", 15, error("claim_token_failed")),
+                ("bind-wallet", 15, error("bind_request_failed")),
+                ("balance kucoin", 20, error("http_failed")),
+                ("cancel-order bingx BTC_USDT 42", 20, error("http_failed")),
+                ("place-close gate BTC_USDT buy 1 2", 20, error("http_failed")),
+                ("update-check", 20, error("update_check_failed", manifest_url=MANIFEST)),
+                ("update-download", 20, error("manifest_fetch_failed", manifest_url=MANIFEST))):
+            with self.subTest(command):
+                self.fail_curl_with_limit(seconds)
+                self.says(told, *command.split())
+
+    def test_a_check_that_asks_with_curl_tells_what_curl_said(self):
+        self.fail_curl_with_limit(15)
+        for exchange in ("bybit", "gate"):
+            with self.subTest(exchange):
+                os.remove(self.path(f"vault/{exchange}.vault"))
+                self.assert_refused("error", f'{exchange} request failed: "retCode":0 "user" '
+                                             '"status":"ok"\n28', exchange)
+
+    def fail_curl_with_limit(self, seconds):
+        """A curl that fails if it has that limit of time, and prints what looks like success."""
+        self.stand_in(curl=f'''case "$*" in
+  "-sS "*"--max-time {seconds} "*)
+    printf '"retCode":0 "user" "status":"ok"\\n'
+    echo 28 >&2
+    exit 28 ;;
+esac''')
+
+    def test_an_order_and_a_report_send_both_requests_though_the_first_fails(self):
+        for exchange in TRADING:
             for command in (["place-open", exchange, "BTC_USDT", "buy", "1", "40000", "7"],
                             ["close-report", exchange, "BTC_USDT", "42"]):
-                ends = command[:2] == ["close-report", "gate"]
-                for faults, sent in (([Fault.close(host, times=1)], 1 if ends else 2),
-                                     ([Fault.answer(host, times=1), Fault.close(host)], 2)):
-                    self.box.faults[:] = faults
-                    self.box.requests.clear()
-                    self.says(error("http_failed"), *command)
-                    self.assertEqual(sent, len(self.box.requests))
-        # It is signed at one moment, however long the first half takes.
-        self.box.faults.clear()
-        self.stand_in(curl=f'{self.real("curl")} "$@"; case "$*" in *orders*) sleep 1.1 ;; esac')
-        self.assertNotIn("SIGNATURE", self.answer("close-report", "gate", "BTC_USDT", "42"))
-        first, second = self.box.requests[-2:]
+                if command[:2] != ["close-report", "gate"]:
+                    with self.subTest(" ".join(command)):
+                        self.assert_fails_after(2, exchange, command, failing="first")
+                        self.assert_fails_after(2, exchange, command, failing="second")
+
+    def test_gates_report_ends_at_its_first_failure(self):
+        command = ["close-report", "gate", "BTC_USDT", "42"]
+        self.assert_fails_after(1, "gate", command, failing="first")
+        self.assert_fails_after(2, "gate", command, failing="second")
+
+    def assert_fails_after(self, count, exchange, command, failing):
+        """The answer is http_failed, and so many requests were sent."""
+        host = hosts.BY_EXCHANGE[exchange][0]
+        self.box.faults[:] = [Fault.close(host, times=1)]
+        if failing == "second":
+            self.box.faults[:] = [Fault.answer(host, times=1), Fault.close(host)]
+        self.box.requests.clear()
+        self.says(error("http_failed"), *command)
+        self.assertEqual(count, len(self.box.requests), f"requests, the {failing} failing")
+
+    def test_gates_report_is_signed_at_one_moment_however_long_its_first_half_takes(self):
+        curl = self.real("curl")
+        self.stand_in(curl=f'{curl} "$@"; case "$*" in *orders*) sleep 1.1 ;; esac')
+        self.answer("close-report", "gate", "BTC_USDT", "42")
+        first, second = self.box.requests
         self.assertEqual(first.header("Timestamp"), second.header("Timestamp"))
+        self.assertEqual([], self.box.refusals)
 
-    def test_any_text_arrives_as_it_is_and_nothing_of_it_is_run(self):
-        os.mkdir(os.path.join(self.home, "here"))
-        for text in (os.fsdecode(bytes(range(1, 256))),
-                     "$(touch ran)`touch ran`; touch ran #'; touch ran; \"\ntouch ran\n-o ran"):
-            line = re.sub("[\r\n]", "", text)
-            for command in (["place-open", "okx", text, text, text, text, "-5"],
-                            ["claim-token", text], ["set-wallet", line], ["bind-status"]):
-                self.answer(*command, cwd=os.path.join(self.home, "here"))
-            *posts, status = self.box.requests[-4:]
-            self.assertEqual([
-                f'{{"instId":"{text}","lever":"-5","mgnMode":"isolated","posSide":"short"}}',
-                f'{{"instId":"{text}","tdMode":"isolated","posSide":"short","side":"{text}",'
-                f'"ordType":"limit","px":"{text}","sz":"{text}"}}',
-                f'{{"token":"{text}","connectorId":"{DEVICE}","connectorLabel":"My Mac"}}'],
-                [os.fsdecode(request.body) for request in posts])
-            self.assertEqual(line, status.header("x-morvane-wallet"))
-        self.assertEqual([], os.listdir(os.path.join(self.home, "here")))
 
-    def test_a_relay_is_spoken_to_by_http_and_none_is_not(self):
-        for url, root in ((f"wss://{hosts.RELAY}", RELAY), (None, RELAY),
-                          (f"ws://{hosts.RELAY}/v1", f"http://{hosts.RELAY}/v1")):
-            self.env.pop("MORVANE_RELAY_URL", None)
-            self.env.update({"MORVANE_RELAY_URL": url} if url else {})
-            told = self.answer("server-health")
-            self.assertIn(f'"relay_url":"{url or RELAY}","reachable":true', told)
-            asked = self.told(self.box.requests[-1], "", 0)
-            self.assertEqual(f"GET {root}/api/security/config", asked)
+class HostileTexts(ConnectorTest):
+    TEXTS = {
+        "every byte": os.fsdecode(bytes(range(1, 256))),
+        "commands of the shell": "$(touch ran)`touch ran`; touch ran #'; touch ran; \"\n"
+                                 "touch ran\n-o ran"}
+
+    def setUp(self):
+        super().setUp()
+        self.store_keys("okx")
+        self.be_bound()
+        self.folder = os.path.join(self.home, "here")
+        os.mkdir(self.folder)
+        self.addCleanup(lambda: self.assertEqual([], os.listdir(self.folder), "Something ran."))
+
+    def test_any_text_arrives_in_an_order_as_it_is(self):
+        for name, text in self.TEXTS.items():
+            with self.subTest(name):
+                self.box.requests.clear()
+                self.answer("place-open", "okx", text, text, text, text, "-5", cwd=self.folder)
+                leverage, order = [os.fsdecode(one.body) for one in self.box.requests]
+                self.assertEqual(f'{{"instId":"{text}","lever":"-5","mgnMode":"isolated",'
+                                 '"posSide":"short"}', leverage)
+                self.assertEqual(f'{{"instId":"{text}","tdMode":"isolated","posSide":"short",'
+                                 f'"side":"{text}","ordType":"limit","px":"{text}",'
+                                 f'"sz":"{text}"}}', order)
+
+    def test_any_token_arrives_as_it_is(self):
+        for name, text in self.TEXTS.items():
+            with self.subTest(name):
+                self.answer("claim-token", text, cwd=self.folder)
+                self.assertEqual(f'{{"token":"{text}","connectorId":"{DEVICE}",'
+                                 '"connectorLabel":"My Mac"}',
+                                 os.fsdecode(self.box.requests[-1].body))
+
+    def test_any_wallet_on_one_line_arrives_as_it_is(self):
+        for name, text in self.TEXTS.items():
+            with self.subTest(name):
+                wallet = text.replace("\n", "").replace("\r", "")
+                self.answer("set-wallet", wallet)
+                self.answer("bind-status", cwd=self.folder)
+                self.assertEqual(wallet, self.box.requests[-1].header("x-morvane-wallet"))
+
+
+class RelayAddress(ConnectorTest):
+    def setUp(self):
+        super().setUp()
+        self.be_bound()
+
+    def test_web_socket_addresses_are_asked_by_http(self):
+        for url, asked in ((f"wss://{hosts.RELAY}", RELAY),
+                           (f"ws://{hosts.RELAY}/v1", f"http://{hosts.RELAY}/v1")):
+            with self.subTest(url):
+                self.env["MORVANE_RELAY_URL"] = url
+                self.assertIn(f'"relay_url":"{url}","reachable":true',
+                              self.answer("server-health"))
+                last = self.box.requests[-1]
+                self.assertEqual(f"{asked}/api/security/config",
+                                 f"{last.scheme}://{last.host}{last.target}")
+
+    def test_without_the_variable_the_built_in_relay_is_asked(self):
+        del self.env["MORVANE_RELAY_URL"]
+        self.assertIn(f'"relay_url":"{RELAY}","reachable":true', self.answer("server-health"))
+
+    def test_an_empty_address_means_no_relay(self):
         self.env["MORVANE_RELAY_URL"] = ""
         self.says(health("", False, "disconnected", "relay url missing"), "server-health")
         self.assertIn("\nrelay_connected=false\n", self.answer("status"))
+        self.assertEqual([], self.box.requests)
