@@ -5,6 +5,7 @@ import os
 import re
 import shlex
 import shutil
+import sys
 import tempfile
 import time
 import unittest
@@ -154,4 +155,6 @@ class ConnectorTest(unittest.TestCase):
         self.program = [*inside, *self.program]
 
     def real(self, tool):
-        return shlex.quote(shutil.which(tool, path=self.box.env["PATH"]))
+        """Where a tool is. A python3 on the PATH may be a script that wants other tools."""
+        found = shutil.which(tool, path=self.box.env["PATH"])
+        return shlex.quote(sys.executable if tool == "python3" else found)
