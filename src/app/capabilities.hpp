@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "exchanges/catalogue.hpp"
+
 namespace morvane::connector {
 
 // What the connector claims to do on one exchange.
@@ -24,6 +26,13 @@ struct ExchangeCapabilityMatrix {
 
 // One row per exchange of the catalogue, with every flag as it is claimed there. Meant: trading is
 // claimed for six exchanges although three of them answer "unsupported_exchange".
-std::vector<ExchangeCapabilityMatrix> tolvek_capability_baseline();
+inline std::vector<ExchangeCapabilityMatrix> tolvek_capability_baseline() {
+  std::vector<ExchangeCapabilityMatrix> table;
+  for (const Exchange& exchange : catalogue()) {
+    const bool on = exchange.claimed;
+    table.push_back({std::string(exchange.id), on, on, on, on, on, on, on, on, on, on, on, on});
+  }
+  return table;
+}
 
 }  // namespace morvane::connector

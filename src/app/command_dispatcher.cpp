@@ -4,7 +4,6 @@
 #include <array>
 #include <cstddef>
 #include <functional>
-#include <initializer_list>
 #include <iostream>
 #include <iterator>
 #include <optional>
@@ -14,8 +13,6 @@
 #include <type_traits>
 #include <utility>
 #include <vector>
-
-#include "net/text.hpp"
 
 namespace morvane::connector {
 namespace {
@@ -29,19 +26,19 @@ int number(const std::string& text) { return std::stoi(text); }
 
 void print_snapshot(const ConnectorSnapshot& snapshot) {
   std::cout << "connector_health=" << to_string(snapshot.health) << '\n'
-            << "relay_connected=" << true_or_false(snapshot.relay_connected) << '\n'
+            << "relay_connected=" << snapshot.relay_connected << '\n'
             << "device_id=" << snapshot.identity.device_id << '\n'
             << "device_label=" << snapshot.identity.device_label << '\n'
             << "platform=" << snapshot.identity.platform << '\n'
-            << "paired=" << true_or_false(snapshot.identity.paired) << '\n';
+            << "paired=" << snapshot.identity.paired << '\n';
   if (!snapshot.identity.owner_wallet.empty()) {
     std::cout << "owner_wallet=" << snapshot.identity.owner_wallet << '\n';
   }
   std::cout << "vault_backend=" << snapshot.vault_backend << '\n';
   for (const ExchangeConnection& exchange : snapshot.exchanges) {
     std::cout << "exchange=" << exchange.exchange << " status=" << to_string(exchange.status)
-              << " credentials_present=" << true_or_false(exchange.credentials_present)
-              << " note=\"" << exchange.message << "\"\n";
+              << " credentials_present=" << exchange.credentials_present << " note=\""
+              << exchange.message << "\"\n";
   }
 }
 
@@ -60,10 +57,10 @@ int validate(ConnectorApp& app, const std::string& exchange, const std::string& 
                                             .passphrase = passphrase.value_or("")}});
   std::cout << "exchange=" << result.exchange << '\n'
             << "status=" << to_string(result.status) << '\n'
-            << "can_read=" << true_or_false(result.can_read) << '\n'
-            << "can_trade=" << true_or_false(result.can_trade) << '\n'
-            << "withdrawal_enabled=" << true_or_false(result.withdrawal_enabled) << '\n'
-            << "credentials_saved=" << true_or_false(result.credentials_saved) << '\n'
+            << "can_read=" << result.can_read << '\n'
+            << "can_trade=" << result.can_trade << '\n'
+            << "withdrawal_enabled=" << result.withdrawal_enabled << '\n'
+            << "credentials_saved=" << result.credentials_saved << '\n'
             << "checked_at=" << result.checked_at << '\n'
             << "reason=" << result.message << '\n';
   return result.credentials_saved ? 0 : 2;
@@ -87,7 +84,7 @@ int delete_credentials(ConnectorApp& app, const std::string& exchange) {
   const bool removed = app.delete_exchange_credentials(exchange);
   std::cout << "status=" << (removed ? "ok" : "error") << '\n'
             << "exchange=" << exchange << '\n'
-            << "removed=" << true_or_false(removed) << '\n';
+            << "removed=" << removed << '\n';
   return removed ? 0 : 2;
 }
 
@@ -103,15 +100,12 @@ int set_wallet(ConnectorApp& app, const std::string& address) {
 
 int capabilities(ConnectorApp& app) {
   for (const ExchangeCapabilityMatrix& row : app.capability_matrix()) {
-    std::cout << "exchange=" << row.exchange << " validate=" << true_or_false(row.validate)
-              << " balance=" << true_or_false(row.balance)
-              << " position=" << true_or_false(row.position)
-              << " funding=" << true_or_false(row.funding)
-              << " close_report=" << true_or_false(row.close_report)
-              << " open=" << true_or_false(row.open) << " close=" << true_or_false(row.close)
-              << " cancel=" << true_or_false(row.cancel) << " status=" << true_or_false(row.status)
-              << " leverage_sync=" << true_or_false(row.leverage_sync)
-              << " margin_mode_sync=" << true_or_false(row.margin_mode_sync) << '\n';
+    std::cout << "exchange=" << row.exchange << " validate=" << row.validate
+              << " balance=" << row.balance << " position=" << row.position
+              << " funding=" << row.funding << " close_report=" << row.close_report
+              << " open=" << row.open << " close=" << row.close << " cancel=" << row.cancel
+              << " status=" << row.status << " leverage_sync=" << row.leverage_sync
+              << " margin_mode_sync=" << row.margin_mode_sync << '\n';
   }
   return 0;
 }
@@ -157,10 +151,9 @@ struct Handler {
 
 template <auto function, typename... Texts>
 constexpr Handler handler_taking() {
-  constexpr std::array<bool, sizeof...(Texts)> optional = {std::is_same_v<Texts, Optional>...};
-  static_assert(std::is_sorted(optional.begin(), optional.end()), "optional texts come last");
-  constexpr auto count = std::count(optional.begin(), optional.end(), true);
-  return {run<function, Texts...>, static_cast<std::ptrdiff_t>(sizeof...(Texts)) - count, count};
+  constexpr std::ptrdiff_t optional = (0 + ... + std::is_same_v<Texts, Optional>);
+  return {run<function, Texts...>, static_cast<std::ptrdiff_t>(sizeof...(Texts)) - optional,
+          optional};
 }
 template <auto function, typename Result, typename... Texts>
 constexpr Handler handler_of(Result (*)(ConnectorApp&, Texts...)) {
@@ -249,6 +242,7 @@ int CommandDispatcher::run_cli(int argc, char** argv) {
       std::cerr << "usage: morvane-connector " << name << ' ' << command.usage << '\n';
       return 1;
     }
+    std::cout << std::boolalpha;
     return command.handler.run(app_, args);
   }
   std::cerr << "unknown command: " << name << '\n';

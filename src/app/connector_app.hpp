@@ -49,18 +49,10 @@ class ConnectorApp {
     return tolvek_capability_baseline();
   }
 
-  // From here on, each answers one-line JSON: {"status":"ok",...}, or {"status":"error"} with one
-  // of these reasons, the first that applies.
-  //   reads        credentials_not_found, missing_order_id (order status and cancel alone),
-  //                unsupported_exchange, http_failed
-  //   trades       credentials_not_found, unsupported_exchange, http_failed
-  //   updates      update_check_failed (check), manifest_fetch_failed (download), manifest_invalid
-  //                (both), update_download_failed (download); update_file_missing, open_dmg_failed
-  //                (apply)
-  //   binding      wallet_missing, bind_request_failed (bind); token_missing, claim_token_failed
-  //                (claim); bind_status_failed (status). Else the relay's own text, a refusal too.
-  // http_failed says that curl failed at least once; what it sent may have been done. State files
-  // that cannot be written are not reported.
+  // From here on, each answers one-line JSON: {"status":"ok",...}, or {"status":"error"} with a
+  // reason. in_frame, Updater and RelayClient name theirs; binding adds wallet_missing and
+  // token_missing, and passes the relay's own text on, a refusal too. State files that cannot be
+  // written are not reported.
 
   std::string get_balance(const std::string& exchange) const {
     return reader_.get_balance(exchange);
@@ -111,7 +103,7 @@ class ConnectorApp {
   void apply_bound_pairing_state();
   void apply_pending_pairing_state();
   void save_identity(bool paired);
-  void persist_pairing_state();  // writes the pairing file alone
+  void persist_pairing_state() { pairing_store_.save(pairing_); }
   void clear_pending_pairing_state();
 
   ConfigStore config_store_;

@@ -143,8 +143,6 @@ void ConnectorApp::save_identity(bool paired) {
   health_ = paired ? ConnectorHealth::ready : ConnectorHealth::pairing_required;
 }
 
-void ConnectorApp::persist_pairing_state() { pairing_store_.save(pairing_); }
-
 void ConnectorApp::clear_pending_pairing_state() {
   pairing_.latest_bind_token.clear();
   pairing_.latest_claimed_connector_id.clear();

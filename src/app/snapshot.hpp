@@ -12,7 +12,16 @@ namespace morvane::connector {
 enum class ConnectorHealth { starting, pairing_required, ready, degraded, error };
 
 // The value's own name; "unknown" for anything outside the enumeration.
-std::string to_string(ConnectorHealth health);
+inline std::string to_string(ConnectorHealth health) {
+  switch (health) {
+    case ConnectorHealth::starting: return "starting";
+    case ConnectorHealth::pairing_required: return "pairing_required";
+    case ConnectorHealth::ready: return "ready";
+    case ConnectorHealth::degraded: return "degraded";
+    case ConnectorHealth::error: return "error";
+  }
+  return "unknown";
+}
 
 // What the connector knows of itself without asking anyone.
 struct ConnectorSnapshot {

@@ -7,13 +7,10 @@
 
 namespace morvane::connector {
 
-struct Exchange;
-
-// The exchanges the connector knows, and the live check of a credential against each that has one.
+// The exchanges the connector knows, as the catalogue has them, and the live check of a credential
+// against each that has one.
 class ExchangeRegistry {
  public:
-  ExchangeRegistry();
-
   // One row per known exchange, none configured, in the catalogue's order.
   std::vector<ExchangeConnection> bootstrap() const;
 
@@ -46,8 +43,6 @@ class ExchangeRegistry {
  private:
   static ValidateCredentialsResult check_at(const char* exchange,
                                             const ValidateCredentialsRequest& request);
-
-  std::vector<const Exchange*> supported_;
 };
 
 }  // namespace morvane::connector

@@ -6,19 +6,6 @@
 #include "net/json.hpp"
 
 namespace morvane::connector {
-namespace {
-
-HttpResult send_to(const std::string& url, const ExchangeRequest& request,
-                   const ShellLine& headers) {
-  switch (request.method) {
-    case HttpMethod::post: return http_post_json(url, request.body, headers);
-    case HttpMethod::del: return http_delete(url, headers);
-    case HttpMethod::get: break;
-  }
-  return http_get(url, headers);
-}
-
-}  // namespace
 
 Answer Account::send(const ExchangeRequest& request, const std::string& at) const {
   Signature signature = adapter().sign(request, credential, at);
@@ -26,7 +13,11 @@ Answer Account::send(const ExchangeRequest& request, const std::string& at) cons
                            request.extra_headers.end());
   const std::string url = std::string(exchange.host.text()) + request.path +
                           (signature.query.empty() ? "" : "?" + signature.query);
-  HttpResult answer = send_to(url, request, make_headers(signature.headers));
+  const ShellLine headers = make_headers(signature.headers);
+  HttpResult answer = request.method == HttpMethod::get ? http_get(url, headers)
+                      : request.method == HttpMethod::post
+                          ? http_post_json(url, request.body, headers)
+                          : http_delete(url, headers);
   if (answer.exit_code != 0) {
     return std::nullopt;
   }

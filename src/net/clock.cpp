@@ -3,6 +3,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 
 namespace morvane::connector {
 namespace {
@@ -23,20 +24,13 @@ std::int64_t epoch_ms() {
   return std::chrono::duration_cast<milliseconds>(since_epoch).count();
 }
 
-std::int64_t epoch_sec() { return epoch_ms() / 1000; }
+std::string iso8601_now() { return utc_text(std::time(nullptr)) + "Z"; }
 
-std::string epoch_ms_text() { return std::to_string(epoch_ms()); }
-
-std::string iso8601_now() { return iso8601(std::time(nullptr)); }
-
-std::string iso8601_now_ms() { return iso8601_ms(epoch_ms()); }
-
-std::string iso8601(std::time_t seconds) { return utc_text(seconds) + "Z"; }
-
-std::string iso8601_ms(std::int64_t milliseconds) {
+std::string iso8601_now_ms() {
+  const std::int64_t now = epoch_ms();
   std::array<char, 8> fraction{};
-  std::snprintf(fraction.data(), fraction.size(), ".%03dZ", static_cast<int>(milliseconds % 1000));
-  return utc_text(static_cast<std::time_t>(milliseconds / 1000)) + fraction.data();
+  std::snprintf(fraction.data(), fraction.size(), ".%03dZ", static_cast<int>(now % 1000));
+  return utc_text(static_cast<std::time_t>(now / 1000)) + fraction.data();
 }
 
 }  // namespace morvane::connector

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "net/text.hpp"
+
 namespace morvane::connector {
 
 // JSON on one line, without a blank between its tokens.
@@ -13,17 +15,16 @@ struct JsonMember {
   std::string value;  // as it stands in the JSON
 };
 
-// The members in the order given; then `more`.
-std::string json_object(std::initializer_list<JsonMember> members,
-                        std::initializer_list<JsonMember> more = {});
-
-// The value of a member: `text` between quotes, as it stands or escaped.
-std::string json_raw(std::string_view text);
-std::string json_text(std::string_view text);
+// The members in the order given.
+std::string json_object(std::initializer_list<JsonMember> members);
 
 // `text` for the inside of a JSON string: tab, line feed, carriage return, quote and backslash are
 // escaped, every other byte stands as it is.
-std::string json_escape(std::string_view text);
+inline std::string json_escape(std::string_view text) { return escaped(text, '"'); }
+
+// The value of a member: `text` between quotes, as it stands or escaped.
+std::string json_raw(std::string_view text);
+inline std::string json_text(std::string_view text) { return json_raw(json_escape(text)); }
 
 // {"status":"ok","exchange":...,"kind":...,"body":<body>} around an exchange's raw answer, which is
 // neither parsed nor escaped.

@@ -23,10 +23,4 @@ std::string escaped(std::string_view text, char quote) {
   return literal;
 }
 
-bool contains(std::string_view text, std::string_view needle) {
-  return text.find(needle) != std::string_view::npos;
-}
-
-const char* true_or_false(bool value) { return value ? "true" : "false"; }
-
 }  // namespace morvane::connector

@@ -45,7 +45,9 @@ std::string filled(std::type_identity_t<Form<sizeof...(Values)>> form, const Val
 // quote and backslash are escaped with a backslash, every other byte stands as it is.
 std::string escaped(std::string_view text, char quote);
 
-bool contains(std::string_view text, std::string_view needle);
+inline bool contains(std::string_view text, std::string_view needle) {
+  return text.find(needle) != std::string_view::npos;
+}
 
-const char* true_or_false(bool value);
+inline const char* true_or_false(bool value) { return value ? "true" : "false"; }
 }  // namespace morvane::connector

@@ -25,7 +25,7 @@ class RelayClient {
   // Marks the client connected when it has a URL, and says so. Nothing is sent.
   bool connect();
   bool connected() const { return connected_; }
-  const std::string& server_url() const { return server_url_; }  // unused
+  const std::string& server_url() const { return server_url_; }  // for who shows it
 
   // Asks whether the relay answers, at most 10 seconds; `wallet` is only echoed.
   ServerStatus health(const std::string& wallet) const;

@@ -29,17 +29,6 @@ std::string order_query(const std::string& symbol, const std::string& order_id) 
   return "symbol=" + bingx_symbol(symbol) + "&orderId=" + order_id;
 }
 
-// The probe asks two versions of one endpoint.
-ValidateCredentialsResult check(const Exchange& exchange,
-                                const ValidateCredentialsRequest& request) {
-  return run_probe(exchange, request,
-                   {.script = probe_scripts::bingx,
-                    .needs_passphrase = false,
-                    .nothing_printed = "failed to execute bingx validation probes",
-                    .evidence = {R"("code":0)", R"("code": 0)", R"(\"code\":0)", R"(\"code\": 0)",
-                                 R"("balance")", R"("equity")", "availableMargin"}});
-}
-
 }  // namespace
 
 extern constexpr ExchangeAdapter bingx_adapter = {
@@ -58,7 +47,17 @@ extern constexpr ExchangeAdapter bingx_adapter = {
         [](const std::string& symbol, const std::string& order_id) {
           return delete_request("/openApi/swap/v2/trade/order", order_query(symbol, order_id));
         },
-    .live_check = check,
+    // The probe asks two versions of one endpoint.
+    .live_check =
+        [](const Exchange& exchange, const ValidateCredentialsRequest& request) {
+          return run_probe(
+              exchange, request,
+              {.script = probe_scripts::bingx,
+               .needs_passphrase = false,
+               .nothing_printed = "failed to execute bingx validation probes",
+               .evidence = {R"("code":0)", R"("code": 0)", R"(\"code\":0)", R"(\"code\": 0)",
+                            R"("balance")", R"("equity")", "availableMargin"}});
+        },
 };
 
 }  // namespace morvane::connector

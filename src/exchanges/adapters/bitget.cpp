@@ -23,17 +23,6 @@ Signature sign(const ExchangeRequest& request, const StoredCredential& credentia
 // Meant: unguarded, BTCUSDT becomes BTCUSDTUSDT.
 std::string bitget_symbol(const std::string& symbol) { return base_asset(symbol) + "USDT"; }
 
-// The probe asks once and prints the answer as it came.
-ValidateCredentialsResult check(const Exchange& exchange,
-                                const ValidateCredentialsRequest& request) {
-  return run_probe(exchange, request,
-                   {.script = probe_scripts::bitget,
-                    .needs_passphrase = true,
-                    .nothing_printed = "failed to execute bitget validation probe",
-                    .evidence = {R"("code":"00000")", R"("available")", R"("marginCoin")",
-                                 R"("accountEquity")"}});
-}
-
 }  // namespace
 
 extern constexpr ExchangeAdapter bitget_adapter = {
@@ -63,7 +52,16 @@ extern constexpr ExchangeAdapter bitget_adapter = {
                               filled(R"({"symbol":"@","productType":"USDT-FUTURES","orderId":"@"})",
                                      bitget_symbol(symbol), order_id));
         },
-    .live_check = check,
+    // The probe asks once and prints the answer as it came.
+    .live_check =
+        [](const Exchange& exchange, const ValidateCredentialsRequest& request) {
+          return run_probe(exchange, request,
+                           {.script = probe_scripts::bitget,
+                            .needs_passphrase = true,
+                            .nothing_printed = "failed to execute bitget validation probe",
+                            .evidence = {R"("code":"00000")", R"("available")", R"("marginCoin")",
+                                         R"("accountEquity")"}});
+        },
 };
 
 }  // namespace morvane::connector

@@ -28,17 +28,6 @@ std::string kucoin_symbol(const std::string& symbol) {
   return (base == "BTC" ? "XBT" : base) + "USDTM";
 }
 
-// The probe asks with key version 2 and with 3.
-ValidateCredentialsResult check(const Exchange& exchange,
-                                const ValidateCredentialsRequest& request) {
-  return run_probe(exchange, request,
-                   {.script = probe_scripts::kucoin,
-                    .needs_passphrase = true,
-                    .nothing_printed = "failed to execute kucoin validation probes",
-                    .evidence = {R"("code":"200000")", R"(\"code\":\"200000\")",
-                                 R"("availableBalance")", R"("accountEquity")"}});
-}
-
 }  // namespace
 
 extern constexpr ExchangeAdapter kucoin_adapter = {
@@ -58,7 +47,16 @@ extern constexpr ExchangeAdapter kucoin_adapter = {
         [](const std::string& /*symbol*/, const std::string& order_id) {
           return delete_request("/api/v1/orders/" + order_id);
         },
-    .live_check = check,
+    // The probe asks with key version 2 and with 3.
+    .live_check =
+        [](const Exchange& exchange, const ValidateCredentialsRequest& request) {
+          return run_probe(exchange, request,
+                           {.script = probe_scripts::kucoin,
+                            .needs_passphrase = true,
+                            .nothing_printed = "failed to execute kucoin validation probes",
+                            .evidence = {R"("code":"200000")", R"(\"code\":\"200000\")",
+                                         R"("availableBalance")", R"("accountEquity")"}});
+        },
 };
 
 }  // namespace morvane::connector

@@ -75,18 +75,6 @@ constexpr TradeAdapter trades = {
     .report_key = "positions_history",
 };
 
-// The probe asks every site on three paths.
-ValidateCredentialsResult check(const Exchange& exchange,
-                                const ValidateCredentialsRequest& request) {
-  return run_probe(
-      exchange, request,
-      {.script = probe_scripts::okx,
-       .needs_passphrase = true,
-       .nothing_printed = "failed to execute okx validation probes",
-       .evidence = {R"("code":"0")", R"("code": "0")", R"(\"code\":\"0\")", R"("posMode")",
-                    R"("acctLv")", R"("details")", R"("availBal")", R"("availEq")"}});
-}
-
 }  // namespace
 
 extern constexpr ExchangeAdapter okx_adapter = {
@@ -108,7 +96,17 @@ extern constexpr ExchangeAdapter okx_adapter = {
           return post_request("/api/v5/trade/cancel-order", filled(R"({"instId":"@","ordId":"@"})",
                                                                    okx_inst_id(symbol), order_id));
         },
-    .live_check = check,
+    // The probe asks every site on three paths.
+    .live_check =
+        [](const Exchange& exchange, const ValidateCredentialsRequest& request) {
+          return run_probe(
+              exchange, request,
+              {.script = probe_scripts::okx,
+               .needs_passphrase = true,
+               .nothing_printed = "failed to execute okx validation probes",
+               .evidence = {R"("code":"0")", R"("code": "0")", R"(\"code\":\"0\")", R"("posMode")",
+                            R"("acctLv")", R"("details")", R"("availBal")", R"("availEq")"}});
+        },
     .trades = &trades,
 };
 
