@@ -2,13 +2,13 @@
 
 import json
 import os
-import re
 import shlex
 import shutil
 import sys
 import tempfile
 import time
 import unittest
+from typing import NamedTuple
 
 from sandbox import Sandbox, hosts
 from sandbox.home import KEYCHAIN, furnish
@@ -17,15 +17,62 @@ CONNECTOR = os.path.abspath(os.environ["MORVANE_CONNECTOR"])
 EXCHANGES = tuple(hosts.BY_EXCHANGE)
 TRADING = EXCHANGES[:3]
 DEVICE = "device:macos:0123456789ab"
-IDENTITY = (f"device_id={DEVICE}\nconnector_instance_id=connector:1\ndevice_label=My Mac\n"
-            "platform=macos\nowner_wallet={}\npaired={}\n")
-PAIRING = ("owner_wallet_address={}\npairing_status={}\nserver_account_ref=account 1\n"
-           "latest_bind_token={}\nlatest_claimed_connector_id={}\nplatform_terms_accepted={}\n"
-           "wallet_approval_confirmed={}\n")
+# The state files as the program writes them. A state's words are filled in by name.
+IDENTITY = """\
+device_id=device:macos:0123456789ab
+connector_instance_id=connector:1
+device_label=My Mac
+platform=macos
+owner_wallet={identity_wallet}
+paired={paired}
+"""
+PAIRING = """\
+owner_wallet_address={wallet}
+pairing_status={status}
+server_account_ref=account 1
+latest_bind_token={token}
+latest_claimed_connector_id={claimed}
+platform_terms_accepted={terms}
+wallet_approval_confirmed={approved}
+"""
 CREDENTIAL = "exchange={}\napi_key={}\napi_secret={}\npassphrase={}\n"
-VALIDATION = re.compile("exchange=(.*)\nstatus=(.*)\ncan_read=(.*)\ncan_trade=(.*)\n"
-                        "withdrawal_enabled=(.*)\ncredentials_saved=(.*)\nchecked_at=(.*)\n"
-                        "reason=((?s:.*))\n")
+
+
+class State(NamedTuple):
+    """What the two state files hold; without arguments, what they do before any pairing."""
+
+    wallet: str = ""
+    status: str = "unpaired"
+    token: str = ""
+    claimed: str = ""
+    terms: str = "0"
+    approved: str = "0"
+    identity_wallet: str = ""
+    paired: str = "0"
+
+    def identity_text(self):
+        return IDENTITY.format(**self._asdict())
+
+    def pairing_text(self):
+        return PAIRING.format(**self._asdict())
+
+
+BOUND = State("0xOwn", "bound", "", "", "1", "1", "0xOwn", "1")
+
+
+class Check(NamedTuple):
+    """What validate prints, and its exit status."""
+
+    exit_status: int
+    exchange: str
+    status: str
+    can_read: str
+    can_trade: str
+    withdrawal_enabled: str
+    credentials_saved: str
+    checked_at: str
+    reason: str
+
 
 # A mount namespace of one's own, in which the folder $1 lies over /usr/bin.
 PRIVATE = ["unshare", "--mount", *(["--user", "--map-root-user"] if os.geteuid() else []), "sh",
@@ -34,6 +81,12 @@ PRIVATE = ["unshare", "--mount", *(["--user", "--map-root-user"] if os.geteuid()
 
 def now():
     return time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime())
+
+
+def told(run):
+    """A run, for the message of an assertion about it."""
+    return (f"\n--- {shlex.join(run.args)}\n--- exit status {run.returncode}"
+            f"\n--- standard output:\n{run.stdout}\n--- standard error:\n{run.stderr}")
 
 
 def document(status, **members):
@@ -64,49 +117,62 @@ class ConnectorTest(unittest.TestCase):
         self.program, self.user = [CONNECTOR], {}
 
     def connector(self, *arguments, **options):
+        """A run of the program, whatever it says and however it ends."""
         return self.box.run([*self.program, *arguments], env=self.env, **self.user, **options)
 
     def answer(self, *arguments, status=0, **options):
-        """The standard output of a command that says nothing else."""
-        done = self.connector(*arguments, **options)
-        self.assertEqual((status, ""), (done.returncode, done.stderr), done)
-        return done.stdout
+        """The standard output of a run with that exit status that says nothing else."""
+        run = self.connector(*arguments, **options)
+        self.assertEqual((status, ""), (run.returncode, run.stderr), told(run))
+        return run.stdout
 
-    def says(self, expected, *arguments, **options):
-        self.assertEqual(expected, self.answer(*arguments, **options))
+    def says(self, expected, *arguments, status=0, **options):
+        """The run prints exactly this."""
+        run = self.connector(*arguments, **options)
+        self.assertEqual((status, expected, ""), (run.returncode, run.stdout, run.stderr),
+                         told(run))
 
     def body(self, *arguments):
+        """The exchange's own document in an answer."""
         return json.loads(self.answer(*arguments))["body"]
 
     def key(self, exchange, kind=""):
-        wanted = f"demo-{exchange}-{kind}-key".replace("--", "-")
-        found = next(key for key in self.box.keys(exchange) if key.key == wanted)
-        return [found.key, found.secret, found.passphrase]
+        """Key, secret and passphrase of the sandbox's demo key, or of one of its kinds."""
+        wanted = f"demo-{exchange}-{kind}-key" if kind else f"demo-{exchange}-key"
+        found = [key for key in self.box.keys(exchange) if key.key == wanted]
+        self.assertTrue(found, f"The sandbox has no key {wanted}.")
+        return [found[0].key, found[0].secret, found[0].passphrase]
 
     def validate(self, exchange, *key, **options):
-        """What a check (of the demo key, if of no other) prints above its reason, in words behind
-        the exit status; and the reason."""
+        """A check of that key, or else of the demo key, that says nothing on standard error."""
         began = now()
-        done = self.connector("validate", exchange, *(key or self.key(exchange)), **options)
-        *words, checked_at, reason = VALIDATION.fullmatch(done.stdout).groups()
-        self.assertTrue(began <= checked_at <= now() and not done.stderr, done)
-        return " ".join([str(done.returncode), *words]), reason
+        run = self.connector("validate", exchange, *(key or self.key(exchange)), **options)
+        self.assertEqual("", run.stderr, told(run))
+        lines = [line.partition("=") for line in run.stdout.split("\n", 7)]
+        self.assertEqual(list(Check._fields[1:]), [name for name, _, _ in lines], told(run))
+        check = Check(run.returncode, *(value for _, _, value in lines))
+        self.assertTrue(began <= check.checked_at <= now(), told(run))
+        return check._replace(reason=check.reason[:-1])
 
     def assert_accepted(self, exchange, *key, **options):
-        accepted = f"0 {exchange} valid_trade_ready true true false true"
-        self.assertEqual((accepted, f"live {exchange} auth validated"),
-                         self.validate(exchange, *key, **options))
+        """The check accepts the key, and it is kept."""
+        check = self.validate(exchange, *key, **options)
+        self.assertEqual((0, exchange, "valid_trade_ready", "true", "true", "false", "true"),
+                         check[:7], check)
+        self.assertEqual(f"live {exchange} auth validated", check.reason)
 
     def assert_refused(self, status, pattern, exchange, *key):
-        """A check that grants and stores nothing."""
-        words, reason = self.validate(exchange, *key)
-        self.assertEqual(f"2 {exchange} {status} false false false false", words, reason)
-        self.assertRegex(reason, rf"\A(?s:{pattern})\Z")
+        """The check ends so, for a reason of that form, and the key is not kept."""
+        check = self.validate(exchange, *key)
+        self.assertEqual((2, exchange, status, "false", "false", "false", "false"),
+                         check[:7], check)
+        self.assertRegex(check.reason, rf"\A(?s:{pattern})\Z")
         self.assertNotIn(f"vault/{exchange}.vault", self.files())
 
     def store_keys(self, *exchanges):
+        """Puts a key in the file of each: the demo key, or for a strange name any."""
         for exchange in exchanges:
-            key = self.key(exchange) if exchange in EXCHANGES else "ksp"
+            key = self.key(exchange) if exchange in EXCHANGES else ["key", "secret", "phrase"]
             self.write(f"vault/{exchange}.vault", CREDENTIAL.format(exchange, *key))
 
     def refuse_keychain(self):
@@ -114,11 +180,16 @@ class ConnectorTest(unittest.TestCase):
         os.makedirs(os.path.join(self.home, os.path.dirname(KEYCHAIN)), exist_ok=True)
         self.write(os.path.join("..", KEYCHAIN), "damaged")
 
+    def be(self, state):
+        """Writes both state files."""
+        self.write("device_identity.env", state.identity_text())
+        self.write("pairing.env", state.pairing_text())
+
     def be_bound(self):
-        self.write("device_identity.env", IDENTITY.format("0xOwn", 1))
-        self.write("pairing.env", PAIRING.format("0xOwn", "bound", "", "", 1, 1))
+        self.be(BOUND)
 
     def path(self, name):
+        """Of a file below the application root."""
         return os.path.join(self.root, name)
 
     def write(self, name, text):
@@ -131,12 +202,18 @@ class ConnectorTest(unittest.TestCase):
             return os.fsdecode(file.read())
 
     def files(self):
+        """Every file and folder below the application root."""
         return sorted(os.path.relpath(os.path.join(folder, name), self.root)
-                      for folder, folders, names in os.walk(self.root) for name in folders + names)
+                      for folder, folders, names in os.walk(self.root)
+                      for name in folders + names)
 
     def only_tools(self, *tools, behind="", **scripts):
+        """From here on the PATH leads to these real tools and these scripts, and then `behind`.
+
+        A script runs in sh unless its first line names something else."""
         folder = tempfile.mkdtemp(dir=self.home)
-        scripts.update((tool, f'exec {self.real(tool)} "$@"') for tool in tools)
+        for tool in tools:
+            scripts[tool] = f'exec {self.real(tool)} "$@"'
         for name, script in scripts.items():
             with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
                 file.write(script if script.startswith("#!") else f"#!/bin/sh\n{script}\n")
@@ -144,6 +221,7 @@ class ConnectorTest(unittest.TestCase):
         self.env["PATH"] = folder + behind
 
     def stand_in(self, **scripts):
+        """From here on these scripts come before the real tools."""
         self.only_tools(**scripts, behind=os.pathsep + self.env["PATH"])
 
     def over_usr_bin(self, **scripts):

@@ -3,83 +3,137 @@
 import re
 import signal
 
-from support import EXCHANGES, IDENTITY, PAIRING, ConnectorTest
+from support import BOUND, EXCHANGES, ConnectorTest, State, told
 
-COMMANDS = ("status|validate|load-credentials|delete-credentials|set-wallet|bind-wallet|"
-            "bind-status|claim-token|disconnect-binding|capabilities|balance|get-position|"
-            "order-status|cancel-order|funding|close-report|place-open|place-close|update-check|"
-            "update-download|update-apply|server-health")
-REGISTERED = [*EXCHANGES, "hyperliquid", "paradex", "lighter", "extended", "reya"]
-ROW = 'exchange={} status={}configured credentials_present={} note="{}"\n'
-STORED = [("not_", "false", "not configured"), ("", "true", "credentials stored locally")]
-CLAIMS = (" validate=? balance=? position=? funding=? close_report=? open=? close=? cancel=? "
-          "status=? leverage_sync=? margin_mode_sync=?\n")
-NEW = re.compile("(device_id=device:macos:[0-9a-f]{12}\n)connector_instance_id=connector:"
-                 r"[0-9a-f]{16}\n(device_label=Morvane Connector \(macOS\)\nplatform=macos\n)"
-                 "owner_wallet=\npaired=0\n")
+COMMANDS = (
+    "status", "validate", "load-credentials", "delete-credentials", "set-wallet", "bind-wallet",
+    "bind-status", "claim-token", "disconnect-binding", "capabilities", "balance",
+    "get-position", "order-status", "cancel-order", "funding", "close-report", "place-open",
+    "place-close", "update-check", "update-download", "update-apply", "server-health")
+REGISTERED = (*EXCHANGES, "hyperliquid", "paradex", "lighter", "extended", "reya")
+CLAIMS = ("validate", "balance", "position", "funding", "close_report", "open", "close",
+          "cancel", "status", "leverage_sync", "margin_mode_sync")
+NEW_IDENTITY = """\
+device_id=device:macos:[0-9a-f]{12}
+connector_instance_id=connector:[0-9a-f]{16}
+device_label=Morvane Connector \\(macOS\\)
+platform=macos
+owner_wallet=
+paired=0
+"""
 
 
 class CommandLine(ConnectorTest):
     def assert_usage_error(self, printed, *arguments):
-        done = self.connector(*arguments)
-        self.assertEqual((1, "", printed), (done.returncode, done.stdout, done.stderr))
+        run = self.connector(*arguments)
+        self.assertEqual((1, "", printed), (run.returncode, run.stdout, run.stderr), told(run))
 
-    def test_no_or_no_known_command_or_too_few_arguments_do_nothing_but_set_up_the_root(self):
-        self.only_tools()
-        self.assert_usage_error(f"usage: morvane-connector <{COMMANDS}> [args]\n")
-        for command in ("STATUS", "stat", "status ", "--help", ""):
-            self.assert_usage_error(f"unknown command: {command}\n", command)
+    def test_without_a_command_all_are_named_and_only_the_root_is_set_up(self):
+        self.assert_usage_error(f"usage: morvane-connector <{'|'.join(COMMANDS)}> [args]\n")
         self.assertEqual(["device_identity.env", "updates", "vault"], self.files())
-        for command in COMMANDS.split("|"):
-            usage = self.connector(command).stderr
-            least = usage.count("<")
-            for count in range(least):
-                self.assert_usage_error(usage, command, *["0x"] * count)
-            self.assertIn(self.connector(command, *["0x"] * least).returncode, (0, 2))
 
-    def test_a_number_that_is_none_ends_the_run_before_anything_is_sent(self):
+    def test_an_unknown_command_is_named(self):
+        for command in ("STATUS", "stat", "status ", "--help", ""):
+            with self.subTest(command):
+                self.assert_usage_error(f"unknown command: {command}\n", command)
+
+    def test_a_command_with_too_few_arguments_tells_its_usage(self):
+        self.only_tools()
+        for command in COMMANDS:
+            usage = self.connector(command).stderr
+            needed = usage.count("<")
+            for count in range(needed):
+                with self.subTest(f"{command}, {count} arguments"):
+                    self.assertTrue(usage.startswith(f"usage: morvane-connector {command} <"))
+                    self.assert_usage_error(usage, command, *["0x"] * count)
+            with self.subTest(f"{command}, all arguments"):
+                run = self.connector(command, *["0x"] * needed)
+                self.assertIn(run.returncode, (0, 2), told(run))
+
+    def test_a_number_that_is_none_aborts_before_anything_is_sent(self):
         self.store_keys("bybit")
         for number in ("", "x5", "99999999999"):
-            for arguments in (["place-open", "bybit", "BTC_USDT", "buy", "1", "1", number],
-                              ["funding", "bybit", "BTC_USDT", number]):
-                done = self.connector(*arguments)
-                self.assertEqual((-signal.SIGABRT, ""), (done.returncode, done.stdout))
-        self.assertEqual([], self.box.requests)
-        # Blanks before a number, text after it and further arguments are no harm.
+            for command in (["place-open", "bybit", "BTC_USDT", "buy", "1", "1", number],
+                            ["funding", "bybit", "BTC_USDT", number]):
+                with self.subTest(" ".join(command)):
+                    run = self.connector(*command)
+                    self.assertEqual((-signal.SIGABRT, ""), (run.returncode, run.stdout),
+                                     told(run))
+                    self.assertEqual([], self.box.requests)
+
+    def test_blanks_before_a_number_text_after_it_and_more_arguments_are_no_harm(self):
+        self.store_keys("bybit")
         self.answer("place-open", "bybit", "BTC_USDT", "buy", "0.001", "40000", " 7x", "more")
         self.assertIn(b'"buyLeverage":"7"', self.box.requests[0].body)
 
-    def test_status_prints_identity_health_and_one_line_per_exchange(self):
-        for stored in ("", "Bybit", "gate"):  # A stranger's key changes nothing.
-            self.store_keys(*filter(None, [stored]))
-            lines = "".join(ROW.format(name, *STORED[name == stored]) for name in REGISTERED)
-            printed = self.answer("status")
-            device, label = NEW.fullmatch(self.read("device_identity.env")).groups()
-            self.assertEqual(f"connector_health=pairing_required\nrelay_connected=true\n{device}"
-                             f"{label}paired=false\nvault_backend=macos_keychain_with_file_"
-                             f"fallback\n{lines}", printed)
-        # Without its id it is another machine, with nothing of the old one.
-        self.write("device_identity.env", IDENTITY.format("0xOwn", 1)[len("device_id="):])
-        self.answer("status")
-        self.assertNotEqual(device, NEW.fullmatch(self.read("device_identity.env"))[1])
+    def test_capabilities_claim_everything_for_six_exchanges_and_nothing_for_six(self):
+        lines = [f"exchange={name} " + " ".join(
+            f"{claim}={'true' if name in EXCHANGES else 'false'}" for claim in CLAIMS)
+            for name in (*REGISTERED, "asterdex")]
+        self.says("\n".join(lines) + "\n", "capabilities")
 
-    def test_the_wallet_shows_only_when_paired_and_is_the_pairings_where_it_has_one(self):
+
+class Status(ConnectorTest):
+    def exchange_lines(self, stored):
+        """The last lines of status where these keys are stored."""
+        return "".join(
+            f'exchange={name} status=configured credentials_present=true '
+            'note="credentials stored locally"\n' if name in stored else
+            f'exchange={name} status=not_configured credentials_present=false '
+            'note="not configured"\n' for name in REGISTERED)
+
+    def test_the_first_run_makes_an_identity_and_later_ones_keep_it(self):
+        first = self.answer("status")
+        stored = self.read("device_identity.env")
+        self.assertRegex(stored, rf"\A{NEW_IDENTITY}\Z")
+        device = stored.split("\n")[0]
+        self.assertEqual(
+            f"connector_health=pairing_required\nrelay_connected=true\n{device}\n"
+            "device_label=Morvane Connector (macOS)\nplatform=macos\npaired=false\n"
+            f"vault_backend=macos_keychain_with_file_fallback\n{self.exchange_lines([])}", first)
+        self.says(first, "status")
+        self.assertEqual(stored, self.read("device_identity.env"))
+
+    def test_a_stored_key_shows_and_one_of_a_stranger_does_not(self):
+        self.store_keys("Bybit")
+        self.assertTrue(self.answer("status").endswith(self.exchange_lines([])))
+        self.store_keys("gate")
+        self.assertTrue(self.answer("status").endswith(self.exchange_lines(["gate"])))
+
+    def test_without_its_device_id_nothing_of_an_identity_is_kept(self):
+        self.write("device_identity.env", BOUND.identity_text().partition("\n")[2])
+        self.answer("status")
+        self.assertRegex(self.read("device_identity.env"), rf"\A{NEW_IDENTITY}\Z")
+
+    def assert_shows(self, state, health, paired, wallet):
+        """Of a state: the health, and the lines from `paired` to the next that always shows."""
+        self.be(state)
+        shown = self.answer("status")
+        self.assertTrue(shown.startswith(f"connector_health={health}\n"), shown)
+        self.assertEqual(f"paired={paired}\n{wallet}",
+                         re.search(r"(?s)paired=.*(?=vault_backend)", shown)[0])
+
+    def test_a_paired_and_approved_machine_is_ready_and_shows_the_pairings_wallet(self):
+        self.assert_shows(BOUND._replace(wallet="0xNew"), "ready", "true",
+                          "owner_wallet=0xNew\n")
+
+    def test_where_the_pairing_has_no_wallet_that_of_the_identity_shows(self):
+        self.assert_shows(BOUND._replace(wallet="", approved="0"), "pairing_required", "true",
+                          "owner_wallet=0xOwn\n")
+
+    def test_only_1_is_true_in_a_file(self):
+        self.assert_shows(BOUND._replace(paired="true"), "pairing_required", "false", "")
+
+    def test_a_recorded_wallet_shows_only_when_it_is_bound(self):
         self.says("owner_wallet_address=0xabc\npairing_status=unpaired\n", "set-wallet", "0xabc")
         self.assertNotIn("owner_wallet=", self.answer("status"))
-        for paired, approved, wallet, health, shown in (
-                ("1", "1", "0xNew", "ready", "true\nowner_wallet=0xNew"),
-                ("1", "0", "", "pairing_required", "true\nowner_wallet=0xOwn"),
-                ("true", "1", "0xNew", "pairing_required", "false")):
-            self.write("device_identity.env", IDENTITY.format("0xOwn", paired))
-            self.write("pairing.env", PAIRING.format(wallet, "bound", "", "", "1", approved))
-            self.assertRegex(self.answer("status"), rf"\Aconnector_health={health}\n(?s:.*)\n"
-                                                    rf"paired={shown}\nvault_backend=")
+
+    def test_an_emptied_status_becomes_wallet_set(self):
         self.write("pairing.env", "pairing_status=\n")
         self.says("pairing_status=wallet_set\n", "set-wallet", "")
+
+    def test_a_machine_without_a_label_is_claimed_under_a_general_one(self):
+        self.be(State())
         self.write("device_identity.env", "device_id=unlabelled\n")
         self.answer("claim-token", "token")
         self.assertIn(b'"connectorLabel":"macOS connector"', self.box.requests[0].body)
-
-    def test_capabilities_claim_six_exchanges_and_deny_six(self):
-        self.says("".join(f"exchange={name}" + CLAIMS.replace("?", str(name in EXCHANGES).lower())
-                          for name in [*REGISTERED, "asterdex"]), "capabilities")

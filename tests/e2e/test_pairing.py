@@ -1,92 +1,134 @@
 """Binding to the owner's account: what each answer of the relay leaves on disk."""
 
 import os
-from collections import namedtuple
 
 from sandbox import Fault, hosts
-from support import DEVICE, IDENTITY, PAIRING, ConnectorTest, document, error
+from support import BOUND, DEVICE, ConnectorTest, State, document, error, told
 
-State = namedtuple("State", "wallet status token claimed terms approved identity_wallet paired",
-                   defaults=("", "unpaired", "", "", "0", "0", "", "0"))
 FRESH = State()
-PENDING = State(status="pending_signature", token="token-1", claimed=DEVICE)
-BOUND = State("0xOwn", "bound", "", "", "1", "1", "0xOwn", "1")
-BOUND_TO_NEW = BOUND._replace(wallet="0xNew", identity_wallet="0xNew")
-WITH_WALLET = [State(wallet="0xOwn"), PENDING._replace(wallet="0xOwn"), BOUND]
+WALLET_SET = State(wallet="0xOwn")
+CLAIMED = State(status="pending_signature", token="token-1", claimed=DEVICE)
+CLAIMED_WITH_WALLET = CLAIMED._replace(wallet="0xOwn")
+WITH_WALLET = (WALLET_SET, CLAIMED_WITH_WALLET, BOUND)
+ALL = (FRESH, CLAIMED, *WITH_WALLET)
 
+AUTHORIZED = '{"status":"error","bindState":"authorized"}'
+PENDING = '{"bindState":"pending_signature"}'
 # Answers that move nothing, whatever was asked.
-UNMOVING = ['{"status": "ok","bindState": "authorized"}', "bindState authorized\udcff\udcfe", "",
-            '{"bindState":"authorized "}', '{"status":"error","reason":"token_spent"}']
+UNMOVING = ('{"status": "ok","bindState": "authorized"}', "bindState authorized\udcff\udcfe", "",
+            '{"bindState":"authorized "}', '{"status":"error","reason":"token_spent"}')
 
 
-def waiting(state, status):
-    return document("ok", bindState=state, connectorId=DEVICE, pairingStatus=status)
+def waiting(state, pairing_status):
+    """What bind-status prints of its own."""
+    return document("ok", bindState=state, connectorId=DEVICE, pairingStatus=pairing_status)
 
 
 class Pairing(ConnectorTest):
     def check(self, command, before, after, printed=None, **answers):
-        """It asks for `answers`, by call, and for no others, and prints the last or `printed`."""
-        self.write("device_identity.env", IDENTITY.format(*before[-2:]))
-        self.write("pairing.env", PAIRING.format(*before))
-        self.box.requests.clear()
-        self.box.faults[:] = [Fault.answer(hosts.RELAY, 200, os.fsencode(answer),
-                                           path="/api/connector/" + call.replace("_", "-"))
-                              for call, answer in answers.items()]
-        self.says(printed or [*answers.values()][-1] + "\n", *command.split(" "))
-        asked = [os.path.basename(one.path).replace("-", "_") for one in self.box.requests]
-        self.assertEqual([*answers], asked)
-        self.assertEqual(IDENTITY.format(*after[-2:]), self.read("device_identity.env"), answers)
-        self.assertEqual(PAIRING.format(*after), self.read("pairing.env"), answers)
+        """In the state `before`, with these answers of the relay by call, the command makes
+        these calls and no others, prints that (or the last answer), and leaves `after`."""
+        with self.subTest(command=command, before=before, answers=answers):
+            self.be(before)
+            self.box.requests.clear()
+            self.box.faults[:] = [
+                Fault.answer(hosts.RELAY, 200, os.fsencode(answer),
+                             path="/api/connector/" + call.replace("_", "-"))
+                for call, answer in answers.items()]
+            run = self.connector(*command.split(" "))
+            expected = printed or list(answers.values())[-1] + "\n"
+            self.assertEqual((0, expected, ""), (run.returncode, run.stdout, run.stderr),
+                             told(run))
+            calls = [os.path.basename(one.path).replace("-", "_") for one in self.box.requests]
+            self.assertEqual(list(answers), calls, told(run))
+            self.assertEqual(after.identity_text(), self.read("device_identity.env"), told(run))
+            self.assertEqual(after.pairing_text(), self.read("pairing.env"), told(run))
 
-    def test_what_the_relay_says_of_the_binding_is_what_the_files_say(self):
-        lost = waiting("token_waiting", "unpaired")
+    def test_bind_status_binds_when_the_relay_says_authorized(self):
+        renamed = BOUND._replace(wallet="0xNew", identity_wallet="0xNew")
+        for before in WITH_WALLET:
+            self.check("bind-status", before, BOUND, bind_status=AUTHORIZED)
+            self.check("bind-status", before, renamed,
+                       bind_status='{"wallet":"0xNew","bindState":"authorized","wallet":""}')
+
+    def test_a_wallet_that_is_cut_off_or_behind_a_blank_is_not_taken_over(self):
+        for before in WITH_WALLET:
+            self.check("bind-status", before, BOUND,
+                       bind_status='{"bindState":"authorized","wallet":"0xCut')
+            self.check("bind-status", before, BOUND,
+                       bind_status='{"bindState":"authorized","wallet": "0xNew"}')
+
+    def test_bind_status_waits_again_when_the_relay_says_pending(self):
         for before in WITH_WALLET:
             pending = before._replace(status="pending_signature", claimed=DEVICE, approved="0",
                                       paired="0")
+            self.check("bind-status", before, pending, bind_status=PENDING)
             renamed = pending._replace(wallet="0xNew", identity_wallet="0xNew")
-            for answer, after, printed in (
-                    ('{"status":"error","bindState":"authorized"}', BOUND, None),
-                    ('{"wallet":"0xNew","bindState":"authorized","wallet":""}', BOUND_TO_NEW, None),
-                    ('{"bindState":"authorized","wallet":"0xCut', BOUND, None),
-                    ('{"bindState":"authorized","wallet": "0xNew"}', BOUND, None),
-                    ('{"bindState":"pending_signature"}', pending, None),
-                    ('{"bindState":"pending_signature","wallet":"0xNew"}', renamed, None),
-                    ('{"status":"error","reason":"session_missing"}', FRESH, lost),
-                    ('{"status":"ok","bindState":"token_missing"}', FRESH, lost),
-                    ('{"bindState":"authorized","reason":"session_missing"}', FRESH, lost),
-                    *((answer, before, None) for answer in UNMOVING)):
-                self.check("bind-status", before, after, printed, bind_status=answer)
+            self.check("bind-status", before, renamed,
+                       bind_status='{"bindState":"pending_signature","wallet":"0xNew"}')
 
-    def test_without_a_wallet_only_a_stored_token_is_asked_about(self):
+    def test_bind_status_forgets_a_binding_that_the_relay_does_not_know(self):
+        printed = waiting("token_waiting", "unpaired")
+        for before in WITH_WALLET:
+            for answer in ('{"status":"error","reason":"session_missing"}',
+                           '{"status":"ok","bindState":"token_missing"}',
+                           '{"bindState":"authorized","reason":"session_missing"}'):
+                self.check("bind-status", before, FRESH, printed, bind_status=answer)
+
+    def test_bind_status_changes_nothing_for_any_other_answer(self):
+        for before in WITH_WALLET:
+            for answer in UNMOVING:
+                self.check("bind-status", before, before, bind_status=answer)
+
+    def test_bind_status_without_wallet_and_token_asks_nobody(self):
         self.check("bind-status", FRESH, FRESH, waiting("token_waiting", "unpaired"))
         claimed = State(claimed=DEVICE, status="odd")
         self.check("bind-status", claimed, claimed, waiting("pending_signature", "odd"))
-        for answer in ['{"status":"ok","bindState":"authorized"}', '{"status":"ok","wallet":""}',
-                       '{"status":"ok","wallet":"0xCut', *UNMOVING]:
-            self.check("bind-status", PENDING, PENDING,
-                       waiting("pending_signature", "pending_signature"), claim_token=answer)
-        # Of the claim's answer only the wallet counts; it is kept and asked about.
-        claim = '{"status":"error","wallet":"0xNew"}'
-        for answer, after in (('{"bindState":"authorized"}', BOUND_TO_NEW),
-                              ("not known", PENDING._replace(wallet="0xNew"))):
-            self.check("bind-status", PENDING, after, claim_token=claim, bind_status=answer)
-            self.assertEqual("0xNew", self.box.requests[1].header("x-morvane-wallet"))
 
-    def test_what_is_asked_or_told_here_begins_or_ends_a_binding(self):
-        for before in [FRESH, PENDING, *WITH_WALLET]:
-            claimed = before._replace(status="pending_signature", token="token-2", claimed=DEVICE,
-                                      approved="0", identity_wallet="", paired="0")
+    def test_bind_status_without_wallet_asks_by_the_token_and_takes_the_wallet_alone(self):
+        claim = '{"status":"error","wallet":"0xNew"}'
+        renamed = BOUND._replace(wallet="0xNew", identity_wallet="0xNew")
+        self.check("bind-status", CLAIMED, renamed, claim_token=claim, bind_status=AUTHORIZED)
+        self.assertEqual("0xNew", self.box.requests[1].header("x-morvane-wallet"))
+        self.check("bind-status", CLAIMED, CLAIMED._replace(wallet="0xNew"), claim_token=claim,
+                   bind_status="not known")
+
+    def test_bind_status_waits_while_the_token_brings_no_wallet(self):
+        printed = waiting("pending_signature", "pending_signature")
+        for answer in ('{"status":"ok","bindState":"authorized"}', '{"status":"ok","wallet":""}',
+                       '{"status":"ok","wallet":"0xCut', *UNMOVING):
+            self.check("bind-status", CLAIMED, CLAIMED, printed, claim_token=answer)
+
+    def test_claim_token_waits_for_the_signature_when_the_relay_takes_the_token(self):
+        for before in ALL:
+            after = before._replace(status="pending_signature", token="token-2", claimed=DEVICE,
+                                    approved="0", identity_wallet="", paired="0")
             for answer in ('{"status":"ok"}', '{"status":"pending_signature"}',
                            '{"state":["waiting_for_signature"]}'):
-                self.check("claim-token token-2", before, claimed, claim_token=answer)
+                self.check("claim-token token-2", before, after, claim_token=answer)
+
+    def test_claim_token_changes_nothing_when_the_relay_does_not_take_it(self):
+        for before in ALL:
             self.check("claim-token ", before, before, error("token_missing"))
-            for answer in ['{"reason":"session_missing"}', *UNMOVING]:
+            for answer in ('{"reason":"session_missing"}', *UNMOVING):
                 self.check("claim-token token-2", before, before, claim_token=answer)
-                if before.wallet:
-                    self.check("bind-wallet", before, BOUND, bind=answer)
-                else:
-                    self.check("bind-wallet", before, before, error("wallet_missing"))
-            self.check("disconnect-binding", before, FRESH, document("ok", state="disconnected"))
-            renamed = before._replace(wallet="0xNew", identity_wallet="0xNew", paired="0")
-            self.check("set-wallet 0xNew", before, renamed,
+
+    def test_bind_wallet_is_bound_whatever_the_relay_says(self):
+        for before in WITH_WALLET:
+            for answer in ('{"reason":"session_missing"}', *UNMOVING):
+                self.check("bind-wallet", before, BOUND, bind=answer)
+
+    def test_bind_wallet_without_a_wallet_changes_nothing(self):
+        for before in (FRESH, CLAIMED):
+            self.check("bind-wallet", before, before, error("wallet_missing"))
+
+    def test_disconnect_binding_forgets_everything_and_asks_nobody(self):
+        for before in ALL:
+            self.check("disconnect-binding", before, FRESH,
+                       document("ok", state="disconnected"))
+
+    def test_set_wallet_keeps_the_status_and_unpairs(self):
+        for before in ALL:
+            after = before._replace(wallet="0xNew", identity_wallet="0xNew", paired="0")
+            self.check("set-wallet 0xNew", before, after,
                        f"owner_wallet_address=0xNew\npairing_status={before.status}\n")
