@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <functional>
 #include <random>
 #include <regex>
 #include <set>
@@ -17,6 +18,16 @@
 
 // What nobody could see who runs the program: every byte through both kinds of quotes, texts of
 // any shape and length through the readers, a file in the moment of its writing.
+
+// What another run does before each reading of a state file.
+std::function<void()> before_reading;
+
+// In the place of the C library's.
+extern "C" ssize_t pread(int descriptor, void* buffer, std::size_t size, off_t offset) {
+  if (before_reading) before_reading();
+  ::lseek(descriptor, offset, SEEK_SET);
+  return ::read(descriptor, buffer, size);
+}
 
 namespace morvane::connector {
 namespace {
@@ -103,25 +114,41 @@ TEST(CredentialText, is_read_line_by_line_without_trimming_also_from_the_keychai
   }
 }
 
-TEST(PrivateFile, a_reader_meets_the_old_lines_or_the_new_ones_and_nothing_else) {
+TEST(StateFile, a_reader_meets_the_old_lines_or_the_new_ones_and_nothing_else) {
   const std::string path = testing::TempDir() + "connector-test-" + std::to_string(::getpid());
+  const StateFile file(path);
   const std::string one = "a=1\n";
   const std::string other = "b=1\nc=2\nd=3\n";
   for (const std::string& text : {every_byte() + std::string(300000, 'x') + "\n", one}) {
-    EXPECT_TRUE(replace_file(path, text));
-    EXPECT_TRUE(read_file(path) == text) << text.size();
+    EXPECT_EQ(file.replace(text), Kept::whole);
+    EXPECT_TRUE(file.read() == text) << text.size();
   }
   std::thread writer([&] {
-    for (int turn = 0; turn < 20000; ++turn) replace_file(path, turn % 2 == 0 ? other : one);
+    for (int turn = 0; turn < 20000; ++turn) file.replace(turn % 2 == 0 ? other : one);
   });
   std::set<std::string> met = {one, other};
   for (int turn = 0; turn < 20000; ++turn) {
-    const std::string text = read_file(path).value_or("(none)");
+    const std::string text = file.read().value_or("(none)");
     // Empty lines behind the text are no harm.
     met.insert(text.substr(0, text.find_last_not_of('\n') + 2));
   }
   writer.join();
   EXPECT_EQ(met, (std::set<std::string>{one, other}));
+  ::unlink(path.c_str());
+}
+
+TEST(StateFile, a_text_that_only_one_reading_met_is_not_taken) {
+  const std::string path = testing::TempDir() + "connector-test-half-" + std::to_string(::getpid());
+  const StateFile file(path);
+  ASSERT_EQ(file.replace("half of it\n"), Kept::whole);
+  int readings = 0;
+  before_reading = [&] {
+    const auto again = std::exchange(before_reading, nullptr);
+    if (++readings == 2) file.replace("half of it\nand all\n");
+    before_reading = again;
+  };
+  EXPECT_EQ(file.read(), "half of it\nand all\n");
+  before_reading = nullptr;
   ::unlink(path.c_str());
 }
 

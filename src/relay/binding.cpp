@@ -1,6 +1,8 @@
 #include "relay/binding.hpp"
 
+#include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "net/text.hpp"
 
@@ -23,7 +25,10 @@ std::optional<std::string> wallet_in(const std::string& response) {
   if (end == std::string::npos) {
     return std::nullopt;
   }
-  return response.substr(begin, end - begin);
+  std::string wallet = response.substr(begin, end - begin);
+  const bool is_text = std::none_of(wallet.begin(), wallet.end(),
+                                    [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; });
+  return is_text ? std::optional(std::move(wallet)) : std::nullopt;
 }
 
 }  // namespace morvane::connector

@@ -11,7 +11,8 @@ namespace morvane::connector {
 // The answer to a claim leaves the binding to the owner's signature.
 bool is_claimed(const std::string& response);
 
-// The text after the first "wallet":" up to the next quote.
+// The text after the first "wallet":" up to the next quote; nothing when it holds a control
+// character, which no JSON text can hold: a line feed would begin a line of the state file.
 std::optional<std::string> wallet_in(const std::string& response);
 
 }  // namespace morvane::connector

@@ -1,10 +1,10 @@
 #include "state/device_identity.hpp"
 
 #include <filesystem>
+#include <optional>
 #include <random>
 #include <utility>
 
-#include "state/private_file.hpp"
 #include "state/record_text.hpp"
 #include "state/state_files.hpp"
 
@@ -19,8 +19,6 @@ constexpr RecordFields<DeviceIdentity, 6> identity_fields = {{
     {"owner_wallet", &DeviceIdentity::owner_wallet},
     {"paired", &DeviceIdentity::paired},
 }};
-
-std::string identity_path(const std::string& root) { return root + state_files::identity; }
 
 // `count` hex digits from one 32-bit seed: an identifier, not a secret.
 std::string random_hex(std::size_t count) {
@@ -45,22 +43,34 @@ DeviceIdentity fresh_identity() {
 
 }  // namespace
 
-DeviceIdentityStore::DeviceIdentityStore(std::string root) : root_(std::move(root)) {}
+DeviceIdentityStore::DeviceIdentityStore(std::string root)
+    : root_(std::move(root)), file_(root_ + state_files::identity) {}
 
 DeviceIdentity DeviceIdentityStore::load_or_create() {
+  std::filesystem::create_directories(root_);
   DeviceIdentity identity;
-  from_text(read_file(identity_path(root_)).value_or(""), identity_fields, identity);
+  std::optional<std::string> text = file_.read();
+  if (!text) {
+    identity = fresh_identity();
+    file_.create(to_text(identity, identity_fields));
+    // Another first run may have created it before.
+    text = file_.read();
+  }
+  from_text(text.value_or(""), identity_fields, identity);
   // Meant: without its device id nothing else of the file is kept.
   if (identity.device_id.empty()) {
     identity = fresh_identity();
   }
-  save(identity);
+  // Where nothing changes, nothing is written over what another run may have changed meanwhile.
+  if (text != to_text(identity, identity_fields)) {
+    save(identity);
+  }
   return identity;
 }
 
 bool DeviceIdentityStore::save(const DeviceIdentity& identity) const {
   std::filesystem::create_directories(root_);
-  return replace_file(identity_path(root_), to_text(identity, identity_fields));
+  return file_.replace(to_text(identity, identity_fields)) != Kept::refused;
 }
 
 }  // namespace morvane::connector

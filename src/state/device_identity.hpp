@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "state/private_file.hpp"
+
 namespace morvane::connector {
 
 // What the relay knows this installation by.
@@ -20,17 +22,18 @@ class DeviceIdentityStore {
  public:
   explicit DeviceIdentityStore(std::string root);
 
-  // The stored identity, or a fresh random one where the file has no device id. Writes the file
-  // back either way; that may fail (a read-only root then gives a new identity on every run).
+  // The stored identity, or a fresh random one where the file has no device id. Keeps it; where
+  // that fails (a read-only root, a file that cannot be read) every run may have a new identity.
   // Throws when the root cannot be created or there is no random device.
   DeviceIdentity load_or_create();
 
-  // Replaces the file; false when it cannot be opened for writing. Throws when the root cannot be
-  // created.
+  // Replaces the file; false when it cannot be opened for writing, or could not be read. Throws
+  // when the root cannot be created.
   bool save(const DeviceIdentity& identity) const;
 
  private:
   std::string root_;
+  StateFile file_;
 };
 
 }  // namespace morvane::connector

@@ -6,7 +6,6 @@
 #include <system_error>
 #include <utility>
 
-#include "state/private_file.hpp"
 #include "state/state_files.hpp"
 
 namespace morvane::connector {
@@ -36,10 +35,10 @@ bool KeyVault::save(const StoredCredential& credential) {
   const CommandOutput result = run_command(
       security_line("add-generic-password -U", credential.exchange) + " -w " + shell_word(payload));
   if (result.exit_code == 0) {
-    append_line(index_path(), credential.exchange);
+    index().append_line(credential.exchange);
     return true;
   }
-  return replace_file(fallback_path(credential.exchange), text);
+  return StateFile(fallback_path(credential.exchange)).replace(text) == Kept::whole;
 }
 
 std::optional<StoredCredential> KeyVault::load(const std::string& exchange) const {
@@ -53,7 +52,7 @@ std::optional<StoredCredential> KeyVault::load(const std::string& exchange) cons
     }
     return credential;
   }
-  const std::optional<std::string> text = read_file(fallback_path(exchange));
+  const std::optional<std::string> text = StateFile(fallback_path(exchange)).read();
   if (!text) {
     return std::nullopt;
   }
@@ -75,8 +74,8 @@ bool KeyVault::remove(const std::string& exchange) {
 
 std::vector<std::string> KeyVault::list_exchanges() const {
   std::vector<std::string> exchanges;
-  std::istringstream index(read_file(index_path()).value_or(""));
-  for (std::string line; std::getline(index, line);) {
+  std::istringstream lines(index().read().value_or(""));
+  for (std::string line; std::getline(lines, line);) {
     if (!line.empty()) {
       exchanges.push_back(line);
     }
@@ -84,11 +83,9 @@ std::vector<std::string> KeyVault::list_exchanges() const {
   if (!exchanges.empty()) {
     return exchanges;
   }
-  std::error_code ignored;
-  for (const fs::directory_entry& entry : fs::directory_iterator(root_, ignored)) {
-    if (entry.is_regular_file(ignored) &&
-        entry.path().extension() == state_files::fallback_extension) {
-      exchanges.push_back(entry.path().stem().string());
+  for (const fs::path& file : files_in(root_)) {
+    if (file.extension() == state_files::fallback_extension) {
+      exchanges.push_back(file.stem().string());
     }
   }
   return exchanges;
@@ -100,7 +97,7 @@ std::string KeyVault::fallback_path(const std::string& exchange) const {
   return root_ + "/" + sanitize_exchange(exchange) + state_files::fallback_extension;
 }
 
-std::string KeyVault::index_path() const { return root_ + state_files::vault_index; }
+StateFile KeyVault::index() const { return StateFile(root_ + state_files::vault_index); }
 
 ShellLine KeyVault::security_line(Literal subcommand, const std::string& exchange) const {
   const std::string account = sanitize_exchange(exchange);

@@ -6,6 +6,7 @@
 
 #include "net/shell.hpp"
 #include "state/credential_text.hpp"
+#include "state/private_file.hpp"
 
 namespace morvane::connector {
 
@@ -18,7 +19,8 @@ class KeyVault {
   // tool (security(1)) as a literal of a command line: a path without blanks.
   explicit KeyVault(std::string root, Literal security_tool = "/usr/bin/security");
 
-  // True when the keychain took the credential, or else when the fallback file could be opened.
+  // True when the keychain took the credential, or else when all of it is in the fallback file;
+  // otherwise that file is as it was.
   bool save(const StoredCredential& credential);
 
   // The credential of `exchange`, keychain first; nothing when neither place has one. A damaged
@@ -36,7 +38,7 @@ class KeyVault {
 
  private:
   std::string fallback_path(const std::string& exchange) const;
-  std::string index_path() const;
+  StateFile index() const;
   // The tool's command line up to "-a <account>" for one of its subcommands.
   ShellLine security_line(Literal subcommand, const std::string& exchange) const;
 

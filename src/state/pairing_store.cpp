@@ -1,9 +1,7 @@
 #include "state/pairing_store.hpp"
 
 #include <filesystem>
-#include <utility>
 
-#include "state/private_file.hpp"
 #include "state/record_text.hpp"
 #include "state/state_files.hpp"
 
@@ -20,23 +18,21 @@ constexpr RecordFields<PairingState, 7> pairing_fields = {{
     {"wallet_approval_confirmed", &PairingState::wallet_approval_confirmed},
 }};
 
-std::string pairing_path(const std::string& root) { return root + state_files::pairing; }
-
 }  // namespace
 
-PairingStore::PairingStore(std::string root) : root_(std::move(root)) {
-  std::filesystem::create_directories(root_);
+PairingStore::PairingStore(std::string root) : file_(root + state_files::pairing) {
+  std::filesystem::create_directories(root);
 }
 
 PairingState PairingStore::load() const {
   PairingState state;
   state.pairing_status = pairing_status::unpaired;
-  from_text(read_file(pairing_path(root_)).value_or(""), pairing_fields, state);
+  from_text(file_.read().value_or(""), pairing_fields, state);
   return state;
 }
 
 bool PairingStore::save(const PairingState& state) const {
-  return replace_file(pairing_path(root_), to_text(state, pairing_fields));
+  return file_.replace(to_text(state, pairing_fields)) != Kept::refused;
 }
 
 bool PairingStore::set_owner_wallet(const std::string& address) const {

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "state/private_file.hpp"
+
 namespace morvane::connector {
 
 // The words of PairingState::pairing_status.
@@ -36,14 +38,14 @@ class PairingStore {
   // The stored state; without a readable file "unpaired" and everything else empty.
   PairingState load() const;
 
-  // Replaces the file; false when it cannot be opened for writing.
+  // Replaces the file; false when it cannot be opened for writing, or could not be read.
   bool save(const PairingState& state) const;
 
   // Records `address` in the stored state and keeps all else, a "bound" status included.
   bool set_owner_wallet(const std::string& address) const;
 
  private:
-  std::string root_;
+  StateFile file_;
 };
 
 }  // namespace morvane::connector

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace morvane::connector {
 
@@ -10,7 +13,8 @@ namespace morvane::connector {
 // device) is no file: it is not waited for, not read, not written and not narrowed.
 
 // Creates `path` with its missing parents and takes every right of group and others from it and
-// from each file in it; what cannot be narrowed is left, as it is then somebody else's. Throws
+// from each file in it; what cannot be narrowed is left, as it is then somebody else's, and so is
+// what is a link or lies behind one. Removes what killed runs left unfinished there. Throws
 // std::filesystem::filesystem_error when the folder cannot be created.
 void own_folder(const std::string& path);
 
@@ -18,16 +22,38 @@ void own_folder(const std::string& path);
 // is there is a link or belongs to another user.
 void create_among_strangers(const std::string& path);
 
-// The whole content of `path`, or nothing when it cannot be read.
-std::optional<std::string> read_file(const std::string& path);
+// The regular files in `folder`, as far as it can be listed.
+std::vector<std::filesystem::path> files_in(const std::string& folder);
 
-// Puts `text`, which ends with a line feed, in the place of the content of `path`; false when the
-// file cannot be opened for writing. Another run that reads meanwhile sees the old lines or the
-// new ones, never some of either, perhaps with empty lines after them. On a full disk the old text
-// stays, and the answer is true.
-bool replace_file(const std::string& path, const std::string& text);
+// Where this process may write what is to be given the name `path` when it is whole.
+std::string unfinished_beside(const std::string& path);
 
-// Adds `line` and a line feed to the end of `path`, if it can be opened.
-void append_line(const std::string& path, const std::string& line);
+// What became of a text: the file cannot be written, or not be read and so not be replaced; the
+// disk had no room for it, and the old text stays; all of it is there.
+enum class Kept { refused, cut_short, whole };
+
+class StateFile {
+ public:
+  explicit StateFile(std::string path) : path_(std::move(path)) {}
+
+  // The whole content, or nothing where there is no file or it cannot be read. One that is there
+  // and cannot be read is not replaced by this object afterwards.
+  std::optional<std::string> read() const;
+
+  // Lets the file appear with `text` in it, at once. False when it is there already, or cannot.
+  bool create(const std::string& text) const;
+
+  // Puts `text`, which ends with a line feed, in the place of the content, if there is any. Another
+  // run that reads meanwhile sees the old lines or the new ones, never some of either, perhaps with
+  // empty lines after them.
+  Kept replace(const std::string& text) const;
+
+  // Adds `line` and a line feed to the end, if it can.
+  void append_line(const std::string& line) const;
+
+ private:
+  std::string path_;
+  mutable bool unreadable_ = false;
+};
 
 }  // namespace morvane::connector

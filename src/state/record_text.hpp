@@ -10,7 +10,8 @@ namespace morvane::connector {
 
 // The "key=value" text in which every record of the connector is kept: one line per field, in the
 // order of the record's field table, which reader and writer both walk. A flag is "1" or "0".
-// Values stand raw, so one that holds a line feed breaks its record; they come from the owner.
+// Values stand raw, so one that holds a line feed breaks its record: the owner's may, and what
+// comes from elsewhere is checked before.
 
 template <typename Record>
 struct RecordField {

@@ -9,6 +9,9 @@ inline constexpr const char* pairing = "/pairing.env";
 inline constexpr const char* vault = "/vault";
 inline constexpr const char* updates = "/updates";
 
+// In any of these folders, before a process's number: a file that the process has not finished.
+inline constexpr const char* unfinished = "/.unfinished-";
+
 // Below the vault.
 inline constexpr const char* vault_index = "/vault_index.txt";
 inline constexpr const char* fallback_extension = ".vault";

@@ -70,20 +70,26 @@ bool fetch_image(const std::string& url, const std::string& image) {
 
 // Leaves a whole copy of `image` as `latest`, or none.
 void keep_as_latest(const std::string& image, const std::string& latest) {
+  const std::string copy = unfinished_beside(latest);
+  std::error_code ignored;
   std::error_code failed;
-  fs::remove(latest, failed);
-  fs::copy_file(image, latest, fs::copy_options::overwrite_existing, failed);
+  fs::copy_file(image, copy, fs::copy_options::overwrite_existing, failed);
+  if (failed || fs::is_directory(fs::symlink_status(latest, ignored))) {
+    fs::remove(latest, ignored);  // a folder only when it is empty
+  }
+  if (!failed) {
+    fs::rename(copy, latest, failed);
+  }
   if (failed) {
-    fs::remove(latest, failed);
+    fs::remove(copy, ignored);
   }
 }
 
 // Any image of the folder, or `otherwise`.
 std::string first_image(const std::string& folder, const std::string& otherwise) {
-  std::error_code ignored;
-  for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored)) {
-    if (entry.is_regular_file(ignored) && entry.path().extension() == ".dmg") {
-      return entry.path().string();
+  for (const fs::path& file : files_in(folder)) {
+    if (file.extension() == ".dmg") {
+      return file.string();
     }
   }
   return otherwise;

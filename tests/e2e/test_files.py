@@ -7,10 +7,12 @@ import resource
 import shutil
 import signal
 import stat
+import subprocess
 from concurrent.futures import ThreadPoolExecutor
 
 from sandbox.home import KEYCHAIN
-from support import CONNECTOR, CREDENTIAL, DEVICE, ConnectorTest
+from sandbox import Fault, hosts
+from support import CONNECTOR, CREDENTIAL, DEVICE, IDENTITY, ConnectorTest
 
 LATEST, IMAGE = (f"updates/Morvane-Connector-{name}.dmg" for name in ("latest", "0.2.0"))
 
@@ -109,24 +111,107 @@ class Files(ConnectorTest):
         self.answer("set-wallet", "0xabc", status=2)
         os.chmod(self.root, 0o700)
 
-    def test_a_full_disk_leaves_the_old_text_and_the_latest_image(self):
-        # A file that may not grow stands in for a disk that is full.
+    def on_a_full_disk(self, *command, room, status=0):
+        """What it prints where files may not grow beyond `room` bytes, as on a disk that is full."""
         def full():
-            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
             resource.setrlimit(resource.RLIMIT_FSIZE, (room, resource.RLIM_INFINITY))
         self.env["GCOV_PREFIX"] = self.home  # an instrumented binary's counts are cut, too
-        for command, room, printed, name, old in (
-                (["set-wallet", "0xabc"], 10, "pairing_status=bound\n", "pairing.env",
-                 "pairing_status=bound\nowner_wallet_address=" + "0" * 200 + "\n"),
-                (self.check, 0, "credentials_saved=true\n", "vault/bybit.vault", "api_key=old\n"),
-                (["update-download"], 4096, "update_download_failed", LATEST, "older")):
-            self.write(name, old)
-            self.assertIn(printed, self.answer(*command, preexec_fn=full))
-            self.assertEqual(old, self.read(name))
-        # The image still finds its room, its copy does not: half a copy must not stay.
+        return self.answer(*command, status=status, preexec_fn=full)
+
+    def test_on_a_full_disk_a_pairing_keeps_its_old_text(self):
+        old = "pairing_status=bound\nowner_wallet_address=" + "0" * 200 + "\n"
+        self.write("pairing.env", old)
+        self.assertIn("pairing_status=bound\n", self.on_a_full_disk("set-wallet", "0x", room=10))
+        self.assertEqual(old, self.read("pairing.env"))
+
+    def test_on_a_full_disk_a_key_is_not_called_saved_and_the_old_one_stays(self):
+        self.write("vault/bybit.vault", "api_key=old\n")
+        for room in (0, 20, 60):
+            with self.subTest(room=room):
+                printed = self.on_a_full_disk(*self.check, room=room, status=2)
+                self.assertIn("credentials_saved=false\n", printed)
+                self.assertIn("reason=failed to persist credentials to local vault\n", printed)
+                self.assertEqual("api_key=old\n", self.read("vault/bybit.vault"))
+
+    def test_on_a_full_disk_a_first_key_leaves_no_file(self):
+        for room in (0, 20, 60):
+            with self.subTest(room=room):
+                printed = self.on_a_full_disk(*self.check, room=room, status=2)
+                self.assertIn("credentials_saved=false\n", printed)
+                self.assertEqual([], os.listdir(self.path("vault")))
+
+    def test_on_a_full_disk_a_failed_download_leaves_the_latest_image(self):
+        self.write(LATEST, "older")
+        printed = self.on_a_full_disk("update-download", room=4096)
+        self.assertIn("update_download_failed", printed)
+        self.assertEqual("older", self.read(LATEST))
+
+    def test_where_an_image_finds_room_and_its_copy_does_not_no_half_copy_stays(self):
+        self.write(LATEST, "older")
         self.stand_in(curl=f'ulimit -S -f "$(ulimit -H -f)"; exec {self.real("curl")} "$@"')
-        self.assertIn('"downloaded":true', self.answer("update-download", preexec_fn=full))
-        self.assertNotIn(LATEST, self.files())
+        printed = self.on_a_full_disk("update-download", room=4096)
+        self.assertIn('"downloaded":true', printed)
+        self.assertEqual([os.path.basename(IMAGE)], os.listdir(self.path("updates")))
+
+    def test_first_runs_at_once_agree_on_one_identity(self):
+        os.remove(self.path("device_identity.env"))
+        with ThreadPoolExecutor(8) as pool:
+            runs = [pool.submit(self.answer, "status") for _ in range(8)]
+        told = {re.search("device_id=.*\n", run.result())[0] for run in runs}
+        self.assertEqual({self.read("device_identity.env").splitlines(True)[0]}, told)
+
+    def test_what_a_killed_run_left_unfinished_is_removed(self):
+        killed = subprocess.Popen(["true"])
+        killed.wait()
+        names = [f"{folder}.unfinished-{killed.pid}" for folder in ("", "vault/", "updates/")]
+        running = f"vault/.unfinished-{os.getpid()}"
+        for name in [*names, running]:
+            self.write(name, "exchange=okx\napi_secret=left behind\n")
+        self.answer("status")
+        self.assertEqual([], [name for name in names if name in self.files()])
+        self.assertIn(running, self.files())
+
+    def test_what_a_link_leads_to_is_not_narrowed(self):
+        outside = os.path.join(self.home, "outside")
+        os.mkdir(outside)
+        self.write("../outside/notes", "mine")
+        os.chmod(outside, 0o755)
+        os.chmod(os.path.join(outside, "notes"), 0o644)
+        os.symlink(os.path.join(outside, "notes"), self.path("notes"))
+        os.rmdir(self.path("updates"))
+        os.symlink(outside, self.path("updates"))
+        self.answer("status")
+        for path, mode in ((outside, 0o755), (os.path.join(outside, "notes"), 0o644)):
+            self.assertEqual(oct(mode), oct(stat.S_IMODE(os.stat(path).st_mode)), path)
+
+    def test_where_a_link_leads_nowhere_yet_its_file_is_made(self):
+        os.symlink(os.path.join(self.home, "elsewhere"), self.path("vault/bybit.vault"))
+        self.on_a_full_disk(*self.check, room=0, status=2)
+        self.assertFalse(os.path.exists(os.path.join(self.home, "elsewhere")))
+        self.answer(*self.check)
+        self.assertEqual(CREDENTIAL.format("bybit", *self.key("bybit")),
+                         self.read("../elsewhere"))
+        self.assertTrue(os.path.islink(self.path("vault/bybit.vault")))
+
+    def test_a_standard_stream_that_the_caller_closed_is_the_null_device(self):
+        self.store_keys("bybit")
+        self.stand_in(curl="[ -c /dev/fd/0 ] && echo a device")
+        self.program = ["sh", "-c", '"$@" <&- 2>&-', "sh", CONNECTOR]
+        self.assertIn('"body":a device', self.answer("balance", "bybit"))
+
+    def test_a_shell_that_traces_itself_shows_no_secret(self):
+        if not shutil.which("bash"):
+            self.skipTest("there is no bash here")
+        self.over_usr_bin(sh=f'#!{shutil.which("bash")}\nexec -a sh bash "$@"')
+        self.program[-1:] = ["env", "SHELLOPTS=xtrace", CONNECTOR]
+        self.assert_accepted("bybit")
+
+    def test_a_wallet_in_the_relays_answer_writes_no_line_of_its_own(self):
+        answer = b'{"bindState":"authorized","wallet":"0x1\ndevice_id=device:macos:evil"}'
+        self.box.faults[:] = [Fault.answer(hosts.RELAY, 200, answer)]
+        self.answer("bind-status")
+        self.assertEqual(IDENTITY.format("0xOwn", 1), self.read("device_identity.env"))
+        self.assertIn("owner_wallet_address=0xOwn\n", self.read("pairing.env"))
 
     def test_without_a_home_only_a_folder_of_ones_own_is_the_root(self):
         self.env["HOME"] = ""
