@@ -7,34 +7,32 @@ buys 0.01 on Bybit at 50000 and sells 1 contract on OKX at 50000, both with leve
 EXCHANGE:QUANTITY:PRICE, the long one first; the quantity is in the exchange's own unit. Bybit in
 one-way mode, OKX in long/short mode, Gate in single mode; no other position in the same contract.
 
-Exit status: 0 opened and closed, 1 nothing is open, 3 something is open or may be: look.
+Exit status: 0 opened and closed, 1 nothing is open, 2 wrong arguments and nothing was sent,
+3 something is open or may be: look.
 A place to start from: read it before you trade with it.
 """
 
 import argparse
 import decimal
-import json
-import os
-import signal
-import subprocess
+import re
 import sys
 import time
 from decimal import Decimal
 
-PATIENCE = 60  # seconds for one run of the connector; place-open can need 45
+import answers
+from answers import Refused, judge
+from connector import Unanswered, ask
+
 UNWIND = Decimal("0.01")  # how much worse than its opening price a leg may be unwound
-
-
-class Unanswered(Exception):
-    """No answer came: what was asked for may have been done."""
-
-
-class Refused(Exception):
-    """The exchange, or the connector, said no."""
 
 
 class Unknown(Exception):
     """Only a person can find out."""
+
+
+def positive(text):
+    """The number; None when it is none above zero."""
+    return Decimal(text) if re.fullmatch(r"(?=.*[1-9])[0-9]+(\.[0-9]+)?", text) else None
 
 
 class Leg:
@@ -43,81 +41,33 @@ class Leg:
     sent = False
 
     def __init__(self, text):
-        self.exchange, quantity, price = text.split(":")
-        self.quantity, self.price = Decimal(quantity), Decimal(price)
-        if self.exchange not in ("bybit", "okx", "gate"):
-            raise ValueError
+        form = re.fullmatch(r"(bybit|okx|gate):([0-9.]+):([0-9.]+)", text)
+        numbers = form and list(map(positive, form.groups()[1:]))
+        if not numbers or None in numbers:
+            raise argparse.ArgumentTypeError(
+                f"'{text}' is not EXCHANGE:QUANTITY:PRICE, as in bybit:0.01:50000 "
+                "(bybit, okx or gate)")
+        self.exchange, (self.quantity, self.price) = form[1], numbers
+
+    @property
+    def direction(self):
+        return "long" if self.side == "buy" else "short"
 
     def __str__(self):
-        return f"{self.exchange} {'long' if self.side == 'buy' else 'short'}"
-
-
-def ask(*arguments):
-    """The exchange's own document."""
-    with subprocess.Popen(["morvane-connector", *arguments], stdout=subprocess.PIPE,
-                          start_new_session=True) as run:
-        try:
-            output, _ = run.communicate(timeout=PATIENCE)
-        except subprocess.TimeoutExpired:
-            os.killpg(run.pid, signal.SIGKILL)  # with the tools that it started
-            raise Unanswered from None
-        except BaseException:
-            os.killpg(run.pid, signal.SIGKILL)
-            raise
-    try:
-        answer = json.loads(output)
-    except ValueError:
-        raise Unanswered from None
-    if answer["status"] == "ok":
-        return answer["body"]
-    if answer["reason"] == "http_failed":
-        raise Unanswered
-    raise Refused(answer["reason"])
-
-
-def judge(exchange, document):
-    """Raises Refused when the exchange says no: "status":"ok" only says that it answered."""
-    if exchange == "bybit" and document["retCode"] != 0:
-        raise Refused(f"{document['retCode']} {document['retMsg']}")
-    if exchange == "okx" and document["code"] != "0":
-        row = (document["data"] or [{}])[0] if "data" in document else {}
-        raise Refused(f"{row.get('sCode', document['code'])} {row.get('sMsg', document['msg'])}")
-    if exchange == "gate" and "label" in document:
-        raise Refused(f"{document['label']} {document.get('message', '')}")
-    return document
-
-
-def order_id(exchange, document):
-    if exchange == "bybit":
-        return document["result"]["orderId"]
-    return document["data"][0]["ordId"] if exchange == "okx" else str(document["id"])
+        return f"{self.exchange} {self.direction}"
 
 
 def held(leg):
     """How much of the leg is there, in the exchange's unit."""
-    body = judge(leg.exchange, ask("get-position", leg.exchange, leg.symbol))
-    if leg.exchange == "bybit":
-        sizes = [row["size"] for row in body["result"]["list"]
-                 if row["side"] == ("Buy" if leg.side == "buy" else "Sell")]
-    elif leg.exchange == "okx":
-        sizes = [row["pos"] for row in body["data"]
-                 if row["posSide"] == ("long" if leg.side == "buy" else "short")]
-    else:  # Gate lists every position held; a short is below zero
-        signed = [Decimal(str(row["size"])) for row in body if row["contract"] == leg.symbol]
-        sizes = [abs(size) for size in signed if (size > 0) == (leg.side == "buy")]
-    return sum(map(Decimal, sizes), Decimal(0))
+    document = ask("get-position", leg.exchange, leg.symbol)
+    return sum((position.quantity for position in
+                answers.positions(leg.exchange, document, leg.symbol)
+                if position.side == leg.direction), Decimal(0))
 
 
 def usdt(leg):
     """The wallet's balance: realised profit, fees and funding are in it."""
-    body = judge(leg.exchange, ask("balance", leg.exchange))
-    if leg.exchange == "gate":
-        return Decimal(str(body["total"]))
-    if leg.exchange == "bybit":
-        rows = [(row["coin"], row["walletBalance"]) for row in body["result"]["list"][0]["coin"]]
-    else:
-        rows = [(row["ccy"], row["cashBal"]) for row in body["data"][0]["details"]]
-    return Decimal(dict(rows)["USDT"])
+    return answers.wallet(leg.exchange, ask("balance", leg.exchange))
 
 
 def send(leg, command, quantity, price, *leverage, wait, until):
@@ -128,7 +78,7 @@ def send(leg, command, quantity, price, *leverage, wait, until):
         body = ask(command, leg.exchange, leg.symbol, leg.side, str(quantity), str(price),
                    *leverage)
         body = body["place"] if command == "place-open" else body
-        order = order_id(leg.exchange, judge(leg.exchange, body))
+        order = answers.placed_id(leg.exchange, body)
         print(f"{leg}: {command} {quantity} at {price}: order {order}")
     except Unanswered:
         print(f"{leg}: {command} {quantity} at {price}: no answer; asking for the position")
@@ -171,6 +121,21 @@ def unwind(leg, wait):
     return close(leg, (leg.price * worse).quantize(leg.price), wait)
 
 
+def ask_for_prices(legs):
+    """Two prices; two None when nobody can answer."""
+    while True:
+        try:
+            words = input(f"Closing prices, long then short [{legs[0].price} {legs[1].price}]: ")
+        except (EOFError, RuntimeError):  # at its end; closed from the start
+            print("\nNobody is there to answer: both are closed, up to "
+                  f"{UNWIND:%} worse than they were opened.")
+            return [None, None]
+        prices = [positive(word) for word in words.split()] or [leg.price for leg in legs]
+        if len(prices) == 2 and None not in prices:
+            return prices
+        print("Two numbers, or nothing for the prices in the brackets.")
+
+
 def trade(legs, options):
     for leg in legs:
         leg.start, leg.balance = held(leg), usdt(leg)
@@ -187,14 +152,14 @@ def trade(legs, options):
         return 1 if all([unwind(each, options.wait) for each in legs]) else 3
     print("Both legs are open.")
     sys.stdout.flush()
-    prices = [leg.price for leg in legs]
-    answer = input(f"Closing prices, long then short [{prices[0]} {prices[1]}]: ").split()
-    closed = [close(leg, price, options.wait) for leg, price in zip(legs, answer or prices)]
+    prices = ask_for_prices(legs)
+    closed = [close(leg, price, options.wait) if price else unwind(leg, options.wait)
+              for leg, price in zip(legs, prices)]
     brought = [usdt(leg) - leg.balance for leg in legs]
     for leg, change in zip(legs, brought):
         print(f"{leg}: {change:+} USDT")
     print(f"together: {sum(brought):+} USDT, fees and funding included")
-    return 0 if all(closed) and len(closed) == len(legs) else 3
+    return 0 if all(closed) else 3
 
 
 def main():
@@ -203,10 +168,15 @@ def main():
     parser.add_argument("symbol")
     parser.add_argument("long", type=Leg)
     parser.add_argument("short", type=Leg)
-    parser.add_argument("leverage")
+    parser.add_argument("leverage", help="a whole number")
     parser.add_argument("--wait", type=float, default=30, help="seconds for an order to fill")
     options = parser.parse_args()
     legs = [options.long, options.short]
+    if options.long.exchange == options.short.exchange:
+        parser.error("the two legs are on the same exchange: they would close each other, or be "
+                     "one position")
+    if not re.fullmatch("[1-9][0-9]*", options.leverage):
+        parser.error("the leverage is a whole number")
     for leg, leg.side in zip(legs, ("buy", "sell")):
         leg.symbol = options.symbol
     try:
@@ -217,7 +187,7 @@ def main():
         problem = "no answer"
     except Unknown as unknown:
         problem = str(unknown)
-    except (EOFError, KeyboardInterrupt):
+    except KeyboardInterrupt:
         problem = "interrupted"
     except (LookupError, TypeError, decimal.InvalidOperation) as error:
         problem = f"an answer was not understood: {error!r}"

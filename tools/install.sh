@@ -55,6 +55,7 @@ for group in "$@"; do
       ;;
     test)
       need_googletest
+      need jq jq jq
       ;;
     fuzz)
       need clang++ clang -

@@ -19,11 +19,11 @@ class PairTrade(ConnectorTest):
         self.store_keys(*TRADING)
         self.stand_in(**{"morvane-connector": f'exec {CONNECTOR} "$@"'})
 
-    def trade(self, expected_status, *legs):
+    def trade(self, expected_status, *legs, typed=b"\n"):
         done = self.box.run([sys.executable, "-B", SCRIPT, "--wait", "0", "BTC_USDT", *legs, "5"],
-                            env=self.env, input=b"\n")
-        self.assertEqual((expected_status, ""), (done.returncode, done.stderr), done.stdout)
-        return done.stdout
+                            env=self.env, input=typed)
+        self.assertEqual(expected_status, done.returncode, done)
+        return done.stdout + done.stderr
 
     def bybit_size(self):
         return Decimal(self.body("get-position", "bybit", "BTC_USDT")["result"]["list"][0]["size"])
@@ -54,3 +54,14 @@ class PairTrade(ConnectorTest):
         self.box.faults.append(Fault.close(hosts.OKX_GLOBAL, path=ORDERS["okx"], times=1))
         self.assertIn("may be resting, or never came", self.trade(3, LONG, "okx:1:50000"))
         self.assertEqual([1, Decimal("0.01")], [self.orders_sent("bybit"), self.bybit_size()])
+
+    def test_when_nobody_answers_the_question_nothing_stays_open(self):
+        self.assertIn("Nobody is there", self.trade(0, LONG, "okx:1:50000", typed=b"x\n50000"))
+        self.assertEqual([2, 0], [self.orders_sent("bybit"), self.bybit_size()])
+
+    def test_wrong_arguments_are_named_and_nothing_is_sent(self):
+        for legs, told in (((LONG, "okx:1"), "EXCHANGE:QUANTITY:PRICE"),
+                           ((LONG, "okx:1:nan"), "EXCHANGE:QUANTITY:PRICE"),
+                           ((LONG, LONG), "same exchange")):
+            self.assertIn(told, self.trade(2, *legs))
+        self.assertEqual([], self.box.requests)
