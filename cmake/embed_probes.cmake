@@ -35,7 +35,6 @@ endfunction()
 
 # embed_probes(OUTPUT FOLDER EXCHANGE...) writes the header OUTPUT, which holds the probe
 # FOLDER/EXCHANGE.py of each EXCHANGE with FOLDER/answer.py before it, as an import line and a body.
-# Between the two go the values that a run is about.
 function(embed_probes output folder)
   read_probe("${folder}/answer.py" shared_imports shared_body)
   set(PROBES "")

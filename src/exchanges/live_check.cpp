@@ -28,6 +28,7 @@ std::string sites_of(const Exchange& exchange) {
   return list + "]";
 }
 
+// The program: the imports, an assignment for each value that the body uses, the body.
 std::string script_of(const Exchange& exchange, const StoredCredential& credential,
                       const Probe& probe) {
   std::string script(probe.script.imports);
