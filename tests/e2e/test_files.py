@@ -12,7 +12,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 from sandbox.home import KEYCHAIN
 from sandbox import Fault, hosts
-from support import CONNECTOR, CREDENTIAL, DEVICE, IDENTITY, ConnectorTest
+from support import BOUND, CONNECTOR, CREDENTIAL, DEVICE, ConnectorTest
 
 LATEST, IMAGE = (f"updates/Morvane-Connector-{name}.dmg" for name in ("latest", "0.2.0"))
 
@@ -210,7 +210,7 @@ class Files(ConnectorTest):
         answer = b'{"bindState":"authorized","wallet":"0x1\ndevice_id=device:macos:evil"}'
         self.box.faults[:] = [Fault.answer(hosts.RELAY, 200, answer)]
         self.answer("bind-status")
-        self.assertEqual(IDENTITY.format("0xOwn", 1), self.read("device_identity.env"))
+        self.assertEqual(BOUND.identity_text(), self.read("device_identity.env"))
         self.assertIn("owner_wallet_address=0xOwn\n", self.read("pairing.env"))
 
     def test_without_a_home_only_a_folder_of_ones_own_is_the_root(self):

@@ -7,9 +7,9 @@ from support import ConnectorTest
 
 class Probes(ConnectorTest):
     def reason_of(self, *key):
-        words, reason = self.validate("bitget", *key)
-        self.assertEqual("2 bitget invalid false false false false", words, reason)
-        return reason
+        check = self.validate("bitget", *key)
+        self.assertEqual((2, "bitget", "invalid"), check[:3], check)
+        return check.reason
 
     def test_a_credential_that_no_header_can_carry_is_blamed_and_not_shown(self):
         reason = self.reason_of("hush\nhush", "secret", "passphrase")
