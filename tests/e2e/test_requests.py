@@ -6,7 +6,7 @@ import time
 
 from request_table import read_table
 from sandbox import Fault, hosts
-from support import DEVICE, EXCHANGES, TRADING, ConnectorTest, document, error
+from support import EXCHANGES, TRADING, ConnectorTest, document, error
 
 RELAY = f"https://{hosts.RELAY}"
 MANIFEST = f"https://{hosts.DOWNLOAD}/current/manifest.json"
