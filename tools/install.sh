@@ -27,6 +27,13 @@ need_clang_runtime() {
   [ -e "$1" ] || debian="$debian libclang-rt-dev"
 }
 
+# Clang's own library, which a Mac's programs stand on, and GoogleTest to be built with it.
+need_libcxx() {
+  set -- /usr/lib/llvm-*/include/c++/v1/vector
+  [ -e "$1" ] || debian="$debian libc++-dev libc++abi-dev"
+  [ -e /usr/src/googletest/googletest ] || debian="$debian googletest"
+}
+
 # A busybox whose shell finds its tools along the PATH. That of busybox-static, which this one
 # replaces, prefers those inside itself, and no test that puts a tool on the PATH would be one.
 need_busybox() {
@@ -62,6 +69,7 @@ for group in "$@"; do
       need_clang_runtime
       ;;
     check)
+      need_libcxx
       need clang-format clang-format -
       need clang-tidy clang-tidy -
       need shellcheck shellcheck shellcheck
