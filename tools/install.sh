@@ -68,6 +68,9 @@ for group in "$@"; do
       need clang++ clang -
       need_clang_runtime
       ;;
+    faults)
+      [ "$(uname)" = Darwin ] || need strace strace -
+      ;;
     check)
       need_libcxx
       need clang-format clang-format -
