@@ -179,8 +179,11 @@ std::optional<std::string> StateFile::read() const {
     }
     text = std::move(again);
   }
-  unreadable_ = unreadable_ || (!text && !file.is_absent());
-  return text;
+  if (!text && !file.is_absent()) {
+    unreadable_ = true;
+    return known_;
+  }
+  return known_ = text;
 }
 
 bool StateFile::create(const std::string& text) const {
@@ -194,9 +197,14 @@ bool StateFile::create(const std::string& text) const {
 }
 
 Kept StateFile::replace(const std::string& text) const {
-  if (unreadable_) {
-    return Kept::refused;
+  const Kept kept = unreadable_ ? Kept::refused : put(text);
+  if (kept == Kept::whole) {
+    known_ = text;
   }
+  return kept;
+}
+
+Kept StateFile::put(const std::string& text) const {
   if (const OpenFile file(path_, O_RDWR); !file.is_absent()) {
     return keep(file, text);
   }

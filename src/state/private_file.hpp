@@ -36,8 +36,8 @@ class StateFile {
  public:
   explicit StateFile(std::string path) : path_(std::move(path)) {}
 
-  // The whole content, or nothing where there is no file or it cannot be read. One that is there
-  // and cannot be read is not replaced by this object afterwards.
+  // The whole content, or nothing where there is no file. One that is there and cannot be read is
+  // what this object knows of it, if anything, and is not replaced by it afterwards.
   std::optional<std::string> read() const;
 
   // Lets the file appear with `text` in it, at once. False when it is there already, or cannot.
@@ -52,7 +52,10 @@ class StateFile {
   void append_line(const std::string& line) const;
 
  private:
+  Kept put(const std::string& text) const;
+
   std::string path_;
+  mutable std::optional<std::string> known_;  // the content when it was last read or replaced
   mutable bool unreadable_ = false;
 };
 
