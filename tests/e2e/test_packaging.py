@@ -27,16 +27,23 @@ ASKING = {
 # What is offered for a line; for a secret or a number nothing is. "*": each of the commands.
 TRADES = " ".join(TRADING)
 READS = " ".join(EXCHANGES)
-KNOWN = READS + " hyperliquid paradex lighter extended reya"
+KEYS = READS + " my_own"  # my_own: what lies in the vault
 OFFERS = {
-    "": "*", "place-": "place-open place-close", "nonsense ": "", "status ": "", "validate ": KNOWN,
-    "validate bybit ": "", "validate bybit k ": "", "load-credentials ": KNOWN, "claim-token ": "",
-    "delete-credentials ": "my_own okx", "balance ": READS, "balance b": "bybit bingx bitget",
+    "": "*", "place-": "place-open place-close", "nonsense ": "", "status ": "", "validate ": KEYS,
+    "validate bybit ": "", "validate bybit k ": "", "load-credentials ": KEYS,
+    "delete-credentials ": KEYS, "balance ": READS, "balance b": "bybit bingx bitget",
     "get-position ": READS, "order-status ": READS, "cancel-order ": READS,
     "funding ": TRADES, "close-report ": TRADES, "place-open ": TRADES, "place-close ": TRADES,
     "funding okx ": "BTC_USDT ETH_USDT", "order-status okx B": "BTC_USDT",
     "order-status okx B ": "", "place-open okx BTC_USDT ": "buy sell",
-    "place-close okx BTC_USDT s": "sell", "place-open okx BTC_USDT buy ": "",
+    "place-close okx BTC_USDT s": "sell",
+}
+
+QUANTITY = "quantity: coins on bybit, contracts on okx and gate"
+HINTS = {
+    "zsh": """_message() {{ print -r -- $2 }}
+        words=({0}) CURRENT=6; source {file}; true""",
+    "fish": "source {file}; complete -C '{line}' | string replace -rf '^\\?\t' ''; true",
 }
 
 
@@ -78,6 +85,17 @@ class Packaging(ConnectorTest):
                                              file=COMPLETIONS[shell])
                 offers = self.commands if OFFERS[line] == "*" else OFFERS[line].split()
                 self.assertEqual(sorted(offers), sorted(self.run_tool(shell, "-c", asked).split()))
+
+    def test_zsh_and_fish_tell_the_unit_where_a_quantity_is_typed(self):
+        line = "morvane-connector place-open okx BTC_USDT buy "
+        words = " ".join(f"'{word}'" for word in line.split(" "))
+        for shell, asked in HINTS.items():
+            with self.subTest(shell):
+                if not shutil.which(shell) and os.environ.get("MORVANE_REQUIRE_SHELLS") != "1":
+                    self.skipTest(f"{shell} is not installed")
+                told = self.run_tool(shell, "-c", asked.format(words, line=line,
+                                                               file=COMPLETIONS[shell]))
+                self.assertEqual(QUANTITY, told.strip())
 
     def test_the_manifest_of_a_release_is_written_or_refused(self):
         image, url = "Morvane-Connector-0.2.0.dmg", "https://download.example/a"
