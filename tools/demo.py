@@ -184,7 +184,7 @@ class Stage:
         self._chapter = 0
         self._full = full
         self._terminal = sys.stdout.isatty()
-        self._styled = (self._terminal and not os.environ.get("NO_COLOR")
+        self.styled = (self._terminal and not os.environ.get("NO_COLOR")
                         and os.environ.get("TERM") != "dumb")
         self._width = min(WIDTH, shutil.get_terminal_size().columns) if self._terminal else WIDTH
 
@@ -244,7 +244,7 @@ class Stage:
             raise StoryBroken(otherwise, self.last)
 
     def colour(self, text: str, style: str) -> str:
-        return f"{style}{text}{PLAIN}" if self._styled else text
+        return f"{style}{text}{PLAIN}" if self.styled else text
 
     def write(self, text: str, style: str = "", indent: int = 0) -> None:
         """No line is wider than the terminal or 80 columns; what is longer goes on indented."""
