@@ -1,110 +1,195 @@
-"""What lies around the program: what is installed, the pages, the completions, the manifest."""
+"""What lies around the program: what is installed, pages, completions, the manifest."""
 
-import itertools
 import os
 import re
+import shlex
 import shutil
+import stat
 
-from support import CONNECTOR, EXCHANGES, TRADING, ConnectorTest
+from support import CONNECTOR, EXCHANGES, TRADING, ConnectorTest, told
 
 TREE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
-PAGE = "share/man/man1/morvane-connector.1"
+PROGRAM = "bin/morvane-connector"
+MANUAL = "share/man/man1/morvane-connector.1"
 COMPLETIONS = {"bash": "share/bash-completion/completions/morvane-connector",
                "zsh": "share/zsh/site-functions/_morvane-connector",
                "fish": "share/fish/vendor_completions.d/morvane-connector.fish"}
 
-# How each shell is asked: {0} are the words, quoted. What zsh gives, it selects from by itself.
-ASKING = {
-    "bash": """source {file}; call=$(complete -p morvane-connector); call=${{call#*-F }}
-        COMP_WORDS=({0}) COMP_CWORD=$(({number} - 1)) COMPREPLY=(left over)
-        ${{call% *}}; echo ${{COMPREPLY[*]-}}""",
-    "zsh": """_describe() {{ all=(${{(@P)4}}); all=(${{all%%:*}})
-          print ${{(M)all:#$words[CURRENT]*}} }}
-        words=({0}) CURRENT={number}; source {file}; true""",
-    "fish": "source {file}; complete -C '{line}' | string replace -r '\\t.*' ''; true",
-}
 
-# What is offered for a line; for a secret or a number nothing is. "*": each of the commands.
-TRADES = " ".join(TRADING)
-READS = " ".join(EXCHANGES)
-KEYS = READS + " my_own"  # my_own: what lies in the vault
+class PackagingTest(ConnectorTest):
+    def setUp(self):
+        super().setUp()
+        build = os.path.dirname(CONNECTOR)
+        self.run_tool("cmake", "--install", build, "--prefix", self.home)
+
+    def run_tool(self, *words, status=0):
+        """What it prints, run in HOME, where everything is installed."""
+        run = self.box.run(words, env=self.env, cwd=self.home)
+        self.assertEqual(status, run.returncode, told(run))
+        return run.stdout
+
+    def commands(self):
+        """Those that the program itself names."""
+        run = self.connector()
+        usage = re.search("<(.*)>", run.stderr)
+        self.assertTrue(usage, f"No commands are named: {told(run)}")
+        return usage[1].split("|")
+
+
+class Installed(PackagingTest):
+    def test_everyone_may_read_what_is_installed_and_run_the_program(self):
+        for name in (PROGRAM, MANUAL, *COMPLETIONS.values()):
+            with self.subTest(name):
+                mode = stat.S_IMODE(os.stat(os.path.join(self.home, name)).st_mode)
+                self.assertEqual("0o755" if name == PROGRAM else "0o644", oct(mode))
+
+    def usages(self):
+        """How each command is called, as the installed program says without any tool."""
+        self.program, self.env["PATH"] = [os.path.join(self.home, PROGRAM)], ""
+        commands = self.commands()
+        said = [self.connector(command).stderr for command in commands]
+        return sorted(usage.strip().replace("usage: morvane-connector ", "") or command
+                      for usage, command in zip(said, commands))
+
+    def test_the_manual_has_every_command_as_the_program_says_it(self):
+        with open(os.path.join(self.home, MANUAL), encoding="utf-8") as manual:
+            found = [self.usage_in_manual(line) for line in manual
+                     if line.startswith(".It Ic ")]
+        self.assertEqual(self.usages(), sorted(found))
+
+    def usage_in_manual(self, line):
+        """`.It Ic funding Ar symbol Op Ar minutes` is `funding <symbol> [minutes]`."""
+        required, _, optional = line.replace(".It Ic ", "").partition(" Op Ar ")
+        command, *names = required.replace(" Ar", "").split()
+        return " ".join([command, *(f"<{name}>" for name in names),
+                         *(f"[{name}]" for name in optional.split())])
+
+    def test_the_readme_has_every_command_as_the_program_says_it(self):
+        with open(os.path.join(TREE, "README.md"), encoding="utf-8") as readme:
+            text = readme.read()
+        # A row is: | `balance <exchange>` | what it does | what it answers |
+        table = text.partition("\n| command | does | answers |\n|---|---|---|\n")[2]
+        rows = table.partition("\n\n")[0].splitlines()
+        found = [row.split("`")[1] for row in rows if "`" in row]
+        self.assertEqual(self.usages(), sorted(found))
+
+
+READABLE = " ".join(EXCHANGES)
+TRADABLE = " ".join(TRADING)
+KEPT = READABLE + " my_own"  # my_own: what lies in the vault
+ALL = "every command"
+
+# What is offered where a line ends; for a secret or a number nothing is.
 OFFERS = {
-    "": "*", "place-": "place-open place-close", "nonsense ": "", "status ": "", "validate ": KEYS,
-    "validate bybit ": "", "validate bybit k ": "", "load-credentials ": KEYS,
-    "delete-credentials ": KEYS, "balance ": READS, "balance b": "bybit bingx bitget",
-    "get-position ": READS, "order-status ": READS, "cancel-order ": READS,
-    "funding ": TRADES, "close-report ": TRADES, "place-open ": TRADES, "place-close ": TRADES,
-    "funding okx ": "BTC_USDT ETH_USDT", "order-status okx B": "BTC_USDT",
-    "order-status okx B ": "", "place-open okx BTC_USDT ": "buy sell",
+    "": ALL,
+    "place-": "place-open place-close",
+    "nonsense ": "",
+    "status ": "",
+    "validate ": KEPT,
+    "validate bybit ": "",
+    "validate bybit k ": "",
+    "load-credentials ": KEPT,
+    "delete-credentials ": KEPT,
+    "balance ": READABLE,
+    "balance b": "bybit bingx bitget",
+    "get-position ": READABLE,
+    "order-status ": READABLE,
+    "order-status okx B": "BTC_USDT",
+    "order-status okx B ": "",
+    "cancel-order ": READABLE,
+    "funding ": TRADABLE,
+    "funding okx ": "BTC_USDT ETH_USDT",
+    "close-report ": TRADABLE,
+    "place-open ": TRADABLE,
+    "place-open okx BTC_USDT ": "buy sell",
+    "place-close ": TRADABLE,
     "place-close okx BTC_USDT s": "sell",
 }
 
-QUANTITY = "quantity: coins on bybit, contracts on okx and gate"
-HINTS = {
-    "zsh": """_message() {{ print -r -- $2 }}
-        words=({0}) CURRENT=6; source {file}; true""",
-    "fish": "source {file}; complete -C '{line}' | string replace -rf '^\\?\t' ''; true",
+# Programs that print what is offered. What zsh does itself, selecting, is done here.
+ASK = {
+    "bash": """
+source {completion}
+call=$(complete -p morvane-connector); call=${{call#*-F }}
+COMP_WORDS=({words}) COMP_CWORD=$(({count} - 1)) COMPREPLY=(left over)
+${{call% *}}
+printf '%s\\n' ${{COMPREPLY[@]-}}""",
+    "zsh": """
+_describe() {{
+  all=(${{(@P)4}})
+  all=(${{all%%:*}})
+  print -l ${{(M)all:#$words[CURRENT]*}}
+}}
+_message() {{ print -r -- "$2" }}
+words=({words}) CURRENT={count}
+source {completion}; true""",
+    "fish": "source {completion}; complete -C {line}",
 }
 
 
-class Packaging(ConnectorTest):
+class Completion(PackagingTest):
     def setUp(self):
         super().setUp()
-        self.run_tool("cmake", "--install", os.path.dirname(CONNECTOR), "--prefix", self.home)
-        self.commands = re.search("<(.*)>", self.connector().stderr)[1].split("|")
-
-    def run_tool(self, *argv, status=0):
-        done = self.box.run(argv, env=self.env, cwd=self.home)
-        self.assertEqual(status, done.returncode, done)
-        return done.stdout
-
-    def test_what_is_installed_runs_and_its_pages_name_every_command_as_it_does(self):
-        for name in (PAGE, *COMPLETIONS.values(), "bin/morvane-connector"):
-            self.assertEqual(0o755 if name.startswith("bin") else 0o644,
-                             os.stat(os.path.join(self.home, name)).st_mode & 0o777)
-        self.program, self.env["PATH"] = [f"{self.home}/bin/morvane-connector"], ""
-        usages = sorted(self.connector(one).stderr[len("usage: morvane-connector "):-1] or one
-                        for one in self.commands)
-        items = re.findall(r"(?m)^\.It Ic (.*)$", self.read("../" + PAGE))
-        self.assertEqual(usages, sorted(re.sub(r"(?<= )(\w+)(?= |$)", r"<\1>", re.sub(
-            r"Op Ar (\S+)", r"[\1]", item).replace(" Ar", "")) for item in items))
-        with open(os.path.join(TREE, "README.md"), encoding="utf-8") as readme:
-            self.assertEqual(usages, sorted(re.findall(
-                r"(?m)^\| `([a-z-]+(?: [<[].*?)?)` \| [^|]* \| [^|]* \|$", readme.read())))
-
-    def test_three_shells_complete(self):
         self.store_keys("okx", "my_own")
         self.write("vault/vault_index.txt", "")
-        for shell, line in itertools.product(ASKING, OFFERS):
+
+    def ask(self, shell, line):
+        """The lines that the completion of the shell offers at the end of that line."""
+        if not shutil.which(shell) and os.environ.get("MORVANE_REQUIRE_SHELLS") != "1":
+            self.skipTest(f"{shell} is not installed")
+        words = ["morvane-connector", *line.split(" ")]
+        program = ASK[shell].format(
+            words=shlex.join(words), count=len(words), line=shlex.quote(" ".join(words)),
+            completion=COMPLETIONS[shell])
+        return self.run_tool(shell, "-c", program).splitlines()
+
+    def assert_offers(self, shell):
+        for line, expected in OFFERS.items():
             with self.subTest(f"{shell}: {line}"):
-                if not shutil.which(shell) and os.environ.get("MORVANE_REQUIRE_SHELLS") != "1":
-                    self.skipTest(f"{shell} is not installed")
-                words = ["morvane-connector", *line.split(" ")]
-                asked = ASKING[shell].format(" ".join(f"'{word}'" for word in words),
-                                             number=len(words), line=" ".join(words),
-                                             file=COMPLETIONS[shell])
-                offers = self.commands if OFFERS[line] == "*" else OFFERS[line].split()
-                self.assertEqual(sorted(offers), sorted(self.run_tool(shell, "-c", asked).split()))
+                # fish describes a word behind a tabulator.
+                offered = [one.partition("\t")[0] for one in self.ask(shell, line)]
+                names = self.commands() if expected == ALL else expected.split()
+                self.assertEqual(sorted(names), sorted(filter(None, offered)))
+
+    def test_bash_offers_what_can_be_typed(self):
+        self.assert_offers("bash")
+
+    def test_zsh_offers_what_can_be_typed(self):
+        self.assert_offers("zsh")
+
+    def test_fish_offers_what_can_be_typed(self):
+        self.assert_offers("fish")
 
     def test_zsh_and_fish_tell_the_unit_where_a_quantity_is_typed(self):
-        line = "morvane-connector place-open okx BTC_USDT buy "
-        words = " ".join(f"'{word}'" for word in line.split(" "))
-        for shell, asked in HINTS.items():
-            with self.subTest(shell):
-                if not shutil.which(shell) and os.environ.get("MORVANE_REQUIRE_SHELLS") != "1":
-                    self.skipTest(f"{shell} is not installed")
-                told = self.run_tool(shell, "-c", asked.format(words, line=line,
-                                                               file=COMPLETIONS[shell]))
-                self.assertEqual(QUANTITY, told.strip())
+        line = "place-open okx BTC_USDT buy "
+        unit = "quantity: coins on bybit, contracts on okx and gate"
+        self.assertEqual([unit], self.ask("zsh", line))
+        self.assertIn("?\t" + unit, self.ask("fish", line))
 
-    def test_the_manifest_of_a_release_is_written_or_refused(self):
-        image, url = "Morvane-Connector-0.2.0.dmg", "https://download.example/a"
-        for name, text in ((image, "image"), ("x.dmg", "image"), ("Morvane-Connector-3.dmg", "")):
-            self.write("../" + name, text)
-        writer = os.path.join(TREE, "packaging/write_manifest")
-        self.assertEqual('{"version":"0.2.0","dmgUrl":"%s/%s","channel":"stable"}\n' % (url, image),
-                         self.run_tool(writer, "0.2.0", image, url))
-        for wrong in (f"1..2 {image} {url}", f"v1 {image} {url}", f"1.4294967296 {image} {url}",
-                      f"0.2.0 x.dmg {url}", f"3 Morvane-Connector-3.dmg {url}",
-                      f"0.2.0 {image} http://a", f'0.2.0 {image} https://a/"', f"0.2.0 {image}"):
-            self.assertEqual("", self.run_tool(writer, *wrong.split(), status=1))
+
+class Manifest(PackagingTest):
+    WRITER = os.path.join(TREE, "packaging/write_manifest")
+    IMAGE = "Morvane-Connector-0.2.0.dmg"
+    URL = "https://download.example/a"
+
+    def test_a_manifest_names_version_image_and_channel(self):
+        self.write(f"../{self.IMAGE}", "image")
+        self.assertEqual(f'{{"version":"0.2.0","dmgUrl":"{self.URL}/{self.IMAGE}",'
+                         '"channel":"stable"}\n',
+                         self.run_tool(self.WRITER, "0.2.0", self.IMAGE, self.URL))
+
+    def test_what_no_updater_could_use_is_refused(self):
+        self.write(f"../{self.IMAGE}", "image")
+        self.write("../x.dmg", "image")
+        self.write("../Morvane-Connector-3.dmg", "")
+        for fault, arguments in {
+                "an empty part": ["1..2", self.IMAGE, self.URL],
+                "a letter": ["v1", self.IMAGE, self.URL],
+                "a part of 33 bits": ["1.4294967296", self.IMAGE, self.URL],
+                "an image of another name": ["0.2.0", "x.dmg", self.URL],
+                "an empty image": ["3", "Morvane-Connector-3.dmg", self.URL],
+                "no https": ["0.2.0", self.IMAGE, "http://a"],
+                "a quote in the address": ["0.2.0", self.IMAGE, 'https://a/"'],
+                "no address": ["0.2.0", self.IMAGE]}.items():
+            with self.subTest(fault):
+                self.assertEqual("", self.run_tool(self.WRITER, *arguments, status=1))
