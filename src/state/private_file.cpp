@@ -186,14 +186,15 @@ std::optional<std::string> StateFile::read() const {
   return known_ = text;
 }
 
-bool StateFile::create(const std::string& text) const {
+Kept StateFile::create(const std::string& text) const {
   const std::string unfinished = unfinished_beside(path_);
   ::unlink(unfinished.c_str());  // of an earlier process with this one's number
-  const bool created =
-      keep(OpenFile(unfinished, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW), text) == Kept::whole &&
-      ::link(unfinished.c_str(), path_.c_str()) == 0;
+  Kept kept = keep(OpenFile(unfinished, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW), text);
+  if (kept == Kept::whole && ::link(unfinished.c_str(), path_.c_str()) != 0) {
+    kept = Kept::refused;
+  }
   ::unlink(unfinished.c_str());
-  return created;
+  return kept;
 }
 
 Kept StateFile::replace(const std::string& text) const {
@@ -208,8 +209,8 @@ Kept StateFile::put(const std::string& text) const {
   if (const OpenFile file(path_, O_RDWR); !file.is_absent()) {
     return keep(file, text);
   }
-  if (create(text)) {
-    return Kept::whole;
+  if (const Kept created = create(text); created != Kept::refused) {
+    return created;
   }
   // Another run was first, or a link leads nowhere yet, or the file system has no links.
   const OpenFile file(path_, O_RDWR | O_CREAT);
@@ -222,10 +223,9 @@ Kept StateFile::put(const std::string& text) const {
 }
 
 void StateFile::append_line(const std::string& line) const {
-  if (create(line + '\n')) {
-    return;
+  if (create(line + '\n') == Kept::refused) {
+    OpenFile(path_, O_WRONLY | O_CREAT | O_APPEND).append(line + '\n');
   }
-  OpenFile(path_, O_WRONLY | O_CREAT | O_APPEND).append(line + '\n');
 }
 
 }  // namespace morvane::connector

@@ -40,8 +40,9 @@ class StateFile {
   // what this object knows of it, if anything, and is not replaced by it afterwards.
   std::optional<std::string> read() const;
 
-  // Lets the file appear with `text` in it, at once. False when it is there already, or cannot.
-  bool create(const std::string& text) const;
+  // Lets the file appear with `text` in it, at once, or not at all. Refused when it is there
+  // already, or cannot be made so.
+  Kept create(const std::string& text) const;
 
   // Puts `text`, which ends with a line feed, in the place of the content, if there is any. Another
   // run that reads meanwhile sees the old lines or the new ones, never some of either, perhaps with
