@@ -63,8 +63,8 @@ class Manifest(Updates):
             with self.subTest(manifest):
                 self.publish(manifest)
                 invalid = error("manifest_invalid", manifest_url=MANIFEST, manifest="RAW")
-                self.says(invalid.replace('"RAW"', manifest), "update-check")
-                self.says(invalid.replace('"RAW"', manifest), "update-download")
+                for command in ("update-check", "update-download"):
+                    self.says(invalid.replace('"RAW"', manifest), command)
 
     def test_versions_are_compared_part_by_part_as_numbers(self):
         for newer, versions in (
@@ -122,26 +122,22 @@ class Download(Updates):
                 self.assert_no_download()
                 self.assertEqual("older", self.read(LATEST))
 
-    def test_what_curl_would_take_for_options_or_many_addresses_it_never_sees(self):
+    def test_curl_has_limits_of_time_and_never_sees_what_it_takes_for_no_or_many_addresses(self):
         curl = self.real("curl")
         self.stand_in(curl=f'echo "$*" >>"$HOME/log"; exec {curl} "$@"')
         for url in ("-K", f"{HOST}/[1-9]", f"{HOST}/{{image,b}}.dmg", f"{HOST}/]", f"{HOST}/}}"):
             with self.subTest(url):
                 self.assert_no_download(url)
-        self.assertNotIn(" -L ", self.read("../log"))
+        self.assert_downloads("9")
+        self.assertEqual(6 * f"-sS --fail --max-time 20 {MANIFEST}\n"
+                         + f"-sS --fail --max-time 300 -L {IMAGE} -o "
+                           f"{self.path(image_name('9'))}\n", self.read("../log"))
 
     def test_a_folder_in_the_latest_images_place_stays_and_changes_no_word(self):
         self.write(LATEST + "/mine", "")
         self.assert_downloads("9")
         self.assertEqual("image", self.read(image_name("9")))
         self.assertIn(LATEST + "/mine", self.files())
-
-    def test_the_time_limits_are_20_seconds_and_for_the_image_300(self):
-        curl = self.real("curl")
-        self.stand_in(curl=f'echo "$*" >>"$HOME/log"; exec {curl} "$@"')
-        self.assert_downloads("9")
-        self.assertEqual(f"-sS --fail --max-time 20 {MANIFEST}\n-sS --fail --max-time 300 -L "
-                         f"{IMAGE} -o {self.path(image_name('9'))}\n", self.read("../log"))
 
 
 class Apply(Updates):
