@@ -21,95 +21,81 @@ REFUSALS = {"bybit": "^110001 order not exists", "okx": "^51400 Cancellation fai
 QUANTITY = {"bybit": "0.01", "okx": "1", "gate": "100"}  # 0.01 BTC each
 
 
+def comparable(value):
+    """Named values as a dictionary, numbers to the millionth."""
+    if isinstance(value, list):
+        return [comparable(one) for one in value]
+    if hasattr(value, "_asdict"):
+        value = value._asdict()
+    if isinstance(value, dict):
+        return {name: comparable(one) for name, one in value.items()}
+    return value if value is None or isinstance(value, str) else f"{value:.6f}"
+
+
 class Answers(ConnectorTest):
     def setUp(self):
         super().setUp()
         self.store_keys(*EXCHANGES)
 
-    def ask(self, *arguments):
-        """The body, and what jq's function makes of the whole answer."""
-        text = self.answer(*arguments)
-
-        def in_jq(function):
-            program = f'include "answers"; answer | {function}'
-            done = subprocess.run(["jq", "-Rc", "-L", EXAMPLES, program], input=text,
-                                  stdout=subprocess.PIPE, encoding="utf-8", check=True)
-            return json.loads(done.stdout, parse_float=Decimal)
-        return answers.read(text)["body"], in_jq
-
-    def order(self, exchange, order_id):
-        body, in_jq = self.ask("order-status", exchange, SYMBOL, order_id)
-        order = answers.order(exchange, body)
-        self.assertEqual(order._asdict(), in_jq("order"))
-        return order
+    def read(self, name, *command, about=None):
+        """What the functions of that name make of the command's answer, the same in both."""
+        text = self.answer(*command)
+        more = [] if about is None else [about]
+        program = f'include "answers"; answer | {name}' + "".join(f'("{one}")' for one in more)
+        done = subprocess.run(["jq", "-Rc", "-L", EXAMPLES, program], input=text,
+                              capture_output=True, encoding="utf-8", check=True)
+        body = answers.read(text)["body"]
+        document = body["place"] if command[0] == "place-open" else body
+        found = getattr(answers, name)(command[1], document, *more)
+        self.assertEqual(comparable(found),
+                         comparable(json.loads(done.stdout, parse_float=Decimal)),
+                         f"answers.py, then answers.jq, of {text}")
+        return found
 
     def check_account(self, exchange):
         account = self.box.account(exchange)
-        body, in_jq = self.ask("balance", exchange)
-        balance = answers.balance(exchange, body)
-        self.assertEqual((account.equity, account.available), balance)
-        self.assertEqual([f"{amount:.6f}" for amount in balance],
-                         [f"{amount:.6f}" for amount in in_jq("[balance[]]")])
-        body, in_jq = self.ask("get-position", exchange, SYMBOL)
-        held = answers.positions(exchange, body, SYMBOL)
-        self.assertEqual([(one.side, one.size, one.entry_price, one.leverage, one.unrealised)
-                          for one in account.held], held)
-        self.assertEqual([one._asdict() for one in held], in_jq(f'positions("{SYMBOL}")'))
+        self.assertEqual((account.equity, account.available),
+                         self.read("balance", "balance", exchange))
+        held = [(one.side, one.size, one.entry_price, one.leverage, one.unrealised)
+                for one in account.held]
+        self.assertEqual(held, self.read("positions", "get-position", exchange, SYMBOL,
+                                         about=SYMBOL))
+
+    def check_order(self, exchange, kept):
+        order = self.read("order", "order-status", exchange, SYMBOL, kept.id)
+        self.assertEqual((kept.id, kept.state, kept.quantity, kept.filled, kept.price,
+                          kept.average or None), order[:6])
+        if order.fee is not None:  # KuCoin's orders do not tell it
+            self.assertEqual(-kept.fee, order.fee)
+
+    def test_balance_positions_and_orders_are_read_as_the_account_has_them(self):
+        for exchange in EXCHANGES:
+            with self.subTest(exchange):
+                self.check_account(exchange)
+                for kept in self.box.account(exchange).orders.values():
+                    self.check_order(exchange, kept)
 
     def test_what_is_traded_is_read_as_the_account_has_it(self):
         for exchange in TRADING:
             account = self.box.account(exchange)
+            trade = (exchange, SYMBOL, "sell", QUANTITY[exchange])
             with self.subTest(exchange):
-                body, in_jq = self.ask("place-open", exchange, SYMBOL, "sell",
-                                       QUANTITY[exchange], "55000", "5")
-                self.assertEqual(None, answers.refusal(exchange, body["leverage"]))
-                self.assertEqual([None, None], in_jq("[refusal, leverage_refusal]"))
-                opened = answers.placed_id(exchange, body["place"])
-                self.assertEqual(opened, in_jq("placed_id"))
-                resting = self.order(exchange, opened)
-                self.assertEqual((opened, "open"), (resting.id, resting.state))
-                self.assertEqual((Decimal(QUANTITY[exchange]), 0, 55000),
-                                 (resting.quantity, resting.filled, resting.price))
-                self.assertEqual(None, resting.average)
-
+                opened = self.read("placed_id", "place-open", *trade, "55000", "5")
+                self.check_order(exchange, account.orders[opened])
                 account.fill(account.orders[opened], Decimal(55000))
-                filled = self.order(exchange, opened)
-                self.assertEqual(("filled", resting.quantity, 55000),
-                                 (filled.state, filled.filled, filled.average))
+                self.check_order(exchange, account.orders[opened])
                 self.check_account(exchange)
-
-                body, in_jq = self.ask("place-close", exchange, SYMBOL, "sell",
-                                       QUANTITY[exchange], "51000")
-                closed = answers.placed_id(exchange, body)
-                self.assertEqual(closed, in_jq("placed_id"))
-                body, in_jq = self.ask("close-report", exchange, SYMBOL, closed)
-                report = answers.closing(exchange, body, closed)
+                closed = self.read("placed_id", "place-close", *trade, "51000")
+                report = self.read("closing", "close-report", exchange, SYMBOL, closed,
+                                   about=closed)
                 booked = account.ledger[-1]
                 self.assertEqual((None, -booked.fee) if exchange == "gate"
                                  else (booked.profit, -booked.fees), report)
-                self.assertEqual(report._asdict(), in_jq(f'closing("{closed}")'))
-                body, in_jq = self.ask("funding", exchange, SYMBOL)
-                self.assertEqual(FUNDED[exchange], answers.funding(exchange, body, SYMBOL))
-                self.assertAlmostEqual(FUNDED[exchange], in_jq(f'funding("{SYMBOL}")'), 8)
-
-    def test_what_is_only_read_is_read_as_the_account_has_it(self):
-        for exchange in EXCHANGES[3:]:
-            with self.subTest(exchange):
-                self.check_account(exchange)
-                for order_id, kept in self.box.account(exchange).orders.items():
-                    order = self.order(exchange, order_id)
-                    self.assertEqual((kept.id, kept.state, kept.quantity, kept.filled, kept.price),
-                                     order[:5])
-                    self.assertEqual(kept.average or None, order.average)
-                    if order.fee is not None:  # KuCoin's orders do not tell it
-                        self.assertEqual(-kept.fee, order.fee)
+                funded = self.read("funding", "funding", exchange, SYMBOL, about=SYMBOL)
+                self.assertEqual(FUNDED[exchange], funded)
 
     def test_a_refusal_is_told_in_the_words_of_its_exchange(self):
         for exchange in EXCHANGES:
             with self.subTest(exchange):
-                body, in_jq = self.ask("cancel-order", exchange, SYMBOL, "1")
-                why = answers.refusal(exchange, body)
+                why = self.read("refusal", "cancel-order", exchange, SYMBOL, "1")
                 self.assertRegex(why, REFUSALS[exchange])
-                self.assertEqual(why, in_jq("refusal"))
-                with self.assertRaises(answers.Refused):
-                    answers.judge(exchange, body)

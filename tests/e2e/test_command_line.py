@@ -124,10 +124,6 @@ class Status(ConnectorTest):
     def test_only_1_is_true_in_a_file(self):
         self.assert_shows(BOUND._replace(paired="true"), "pairing_required", "false", "")
 
-    def test_a_recorded_wallet_shows_only_when_it_is_bound(self):
-        self.says("owner_wallet_address=0xabc\npairing_status=unpaired\n", "set-wallet", "0xabc")
-        self.assertNotIn("owner_wallet=", self.answer("status"))
-
     def test_an_emptied_status_becomes_wallet_set(self):
         self.write("pairing.env", "pairing_status=\n")
         self.says("pairing_status=wallet_set\n", "set-wallet", "")
