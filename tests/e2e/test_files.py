@@ -14,8 +14,8 @@ from sandbox.home import KEYCHAIN
 from sandbox import Fault, hosts
 from support import BOUND, CONNECTOR, CREDENTIAL, DEVICE, ConnectorTest
 
-LATEST, IMAGE = (f"updates/Morvane-Connector-{name}.dmg" for name in ("latest", "0.2.0"))
-
+LATEST = "updates/Morvane-Connector-latest.dmg"
+IMAGE = "updates/Morvane-Connector-0.2.0.dmg"
 
 STAND_IN = os.path.join(os.path.dirname(__file__), "../stand_ins/security")
 # The keychain's tool, which notes how it was called.
@@ -51,7 +51,12 @@ class Files(ConnectorTest):
                 self.assertRegex(text, expected)
         self.assertRegex(self.read("pairing.env"), bound)
 
-    def test_a_callers_ways_are_not_the_programs_and_what_was_wide_is_narrowed(self):
+    def assert_modes(self, folder_mode, file_mode, paths):
+        for path in paths:
+            expected = folder_mode if os.path.isdir(path) else file_mode
+            self.assertEqual(oct(expected), oct(stat.S_IMODE(os.stat(path).st_mode)), path)
+
+    def test_what_was_wide_is_narrowed_and_nothing_new_is_wide(self):
         self.write("vault/x~", "older")
         self.write(LATEST, "older")
         for path in [self.root, *map(self.path, self.files())]:
@@ -59,12 +64,13 @@ class Files(ConnectorTest):
         for command in (["set-wallet", "0xabc"], self.check, ["update-download"]):
             self.answer(*command, preexec_fn=careless)
         self.assertEqual(self.read(IMAGE), self.read(LATEST))
-        for path in [self.root, *map(self.path, self.files())]:
-            self.assertEqual(0o700 if os.path.isdir(path) else 0o600,
-                             stat.S_IMODE(os.stat(path).st_mode), path)
-        # A tool inherits the umask and the limit of core files.
+        self.assert_modes(0o700, 0o600, [self.root, *map(self.path, self.files())])
+
+    def test_tools_inherit_a_narrow_umask_and_leave_no_core_files(self):
+        self.store_keys("bybit")
         self.stand_in(curl="echo $(umask) $(ulimit -S -c) $(ulimit -H -c)")
-        self.assertIn('"body":0077 0 0\n}', self.answer("balance", "bybit", preexec_fn=careless))
+        self.assertIn('"body":0077 0 0\n}', self.answer("balance", "bybit",
+                                                        preexec_fn=careless))
 
     def test_what_is_no_file_holds_nobody_up_and_stays_as_it_is(self):
         for name, command, status, printed in (
@@ -73,19 +79,30 @@ class Files(ConnectorTest):
                 ("vault/bybit.vault", ["load-credentials", "bybit"], 2, "status=missing\n"),
                 ("vault/bybit.vault", self.check, 2, "failed to persist credentials to local "),
                 ("vault/vault_index.txt", ["status"], 0, "connector_health")):
-            for put in (lambda path: os.mkfifo(path, 0o644), lambda path: os.mkdir(path, 0o755),
-                        lambda path: os.symlink("/dev/zero", path)):
-                self.be_bound()
-                self.write(name, "")
-                os.remove(self.path(name))
-                put(self.path(name))
-                before = os.lstat(self.path(name)).st_mode
-                self.assertIn(printed, self.answer(*command, status=status, timeout=60))
-                self.assertEqual(before, os.lstat(self.path(name)).st_mode)
-                os.rename(self.path(name), os.path.join(self.home, f"{command[0]}{before}"))
+            for kind in ("pipe", "folder", "endless file"):
+                with self.subTest(f"{command[0]}: {name} is a {kind}"):
+                    self.be_bound()
+                    path = self.path(name)
+                    self.put(kind, path)
+                    before = os.lstat(path).st_mode
+                    self.assertIn(printed, self.answer(*command, status=status, timeout=60))
+                    self.assertEqual(oct(before), oct(os.lstat(path).st_mode), path)
+                    os.rename(path, os.path.join(self.home, f"{command[0]} {kind}"))
 
-    def test_what_may_not_be_read_searched_or_written_is_told(self):
-        if os.geteuid() == 0:  # Whom no mode of a file stops.
+    def put(self, kind, path):
+        """In the place of the file, if there is one."""
+        if os.path.exists(path):
+            os.remove(path)
+        if kind == "pipe":
+            os.mkfifo(path, 0o644)
+        elif kind == "folder":
+            os.mkdir(path, 0o755)
+        else:
+            os.symlink("/dev/zero", path)
+
+    def be_stopped_by_modes(self):
+        """From here on the program runs as somebody whom the mode of a file can stop."""
+        if os.geteuid() == 0:
             nobody = pwd.getpwnam("nobody")
             self.user = {"user": nobody.pw_uid, "group": nobody.pw_gid, "extra_groups": []}
             self.program = [shutil.copy(CONNECTOR, self.home)]
@@ -95,21 +112,34 @@ class Files(ConnectorTest):
                 os.chmod(os.path.join(self.home, folder), 0o777)
             shutil.rmtree(self.root)
         self.answer(*self.check)
+
+    def test_a_key_that_may_not_be_read_or_replaced_is_an_error(self):
+        self.be_stopped_by_modes()
         os.chmod(self.path("vault/bybit.vault"), 0)
         self.answer("load-credentials", "bybit", status=2)
         self.assertIn("\nstatus=error\n", self.answer(*self.check, status=2))
-        for exchange, mode, removed in (("bybit", 0o600, "false"), ("nothing", 0o600, "false"),
-                                        ("x" * 300, 0o700, "true"), ("bybit", 0o700, "true")):
-            os.chmod(self.path("vault"), mode)
-            status = 0 if removed == "true" else 2
-            told = f"status={'error' if status else 'ok'}\nexchange={exchange}\nremoved={removed}\n"
-            self.says(told, "delete-credentials", exchange, status=status)
+
+    def test_only_where_a_vault_may_be_searched_no_file_counts_as_removed(self):
+        self.be_stopped_by_modes()
+        for exchange in ("bybit", "nothing"):
+            os.chmod(self.path("vault"), 0o600)
+            self.says(f"status=error\nexchange={exchange}\nremoved=false\n",
+                      "delete-credentials", exchange, status=2)
+        for exchange in ("x" * 300, "bybit"):
+            os.chmod(self.path("vault"), 0o700)
+            self.says(f"status=ok\nexchange={exchange}\nremoved=true\n",
+                      "delete-credentials", exchange)
         self.assertEqual([], os.listdir(self.path("vault")))
+
+    def test_where_no_file_can_be_made_each_run_is_another_machine(self):
+        self.be_stopped_by_modes()
         os.remove(self.path("device_identity.env"))
         os.chmod(self.root, 0o500)
-        self.assertNotEqual(*(re.search("device_id=.*", self.answer("status"))[0] for _ in "12"))
+        self.addCleanup(os.chmod, self.root, 0o700)
+        first, second = [re.search("device_id=.*", self.answer("status"))[0]
+                         for _ in ("first", "second")]
+        self.assertNotEqual(first, second)
         self.answer("set-wallet", "0xabc", status=2)
-        os.chmod(self.root, 0o700)
 
     def on_a_full_disk(self, *command, room, status=0):
         """What it prints where files may not grow beyond `room` bytes, as on a disk that is full."""
@@ -126,19 +156,10 @@ class Files(ConnectorTest):
 
     def test_on_a_full_disk_a_key_is_not_called_saved_and_the_old_one_stays(self):
         self.write("vault/bybit.vault", "api_key=old\n")
-        for room in (0, 20, 60):
-            with self.subTest(room=room):
-                printed = self.on_a_full_disk(*self.check, room=room, status=2)
-                self.assertIn("credentials_saved=false\n", printed)
-                self.assertIn("reason=failed to persist credentials to local vault\n", printed)
-                self.assertEqual("api_key=old\n", self.read("vault/bybit.vault"))
-
-    def test_on_a_full_disk_a_first_key_leaves_no_file(self):
-        for room in (0, 20, 60):
-            with self.subTest(room=room):
-                printed = self.on_a_full_disk(*self.check, room=room, status=2)
-                self.assertIn("credentials_saved=false\n", printed)
-                self.assertEqual([], os.listdir(self.path("vault")))
+        printed = self.on_a_full_disk(*self.check, room=20, status=2)
+        self.assertIn("credentials_saved=false\n", printed)
+        self.assertIn("reason=failed to persist credentials to local vault\n", printed)
+        self.assertEqual("api_key=old\n", self.read("vault/bybit.vault"))
 
     def test_on_a_full_disk_a_failed_download_leaves_the_latest_image(self):
         self.write(LATEST, "older")
@@ -181,8 +202,7 @@ class Files(ConnectorTest):
         os.rmdir(self.path("updates"))
         os.symlink(outside, self.path("updates"))
         self.answer("status")
-        for path, mode in ((outside, 0o755), (os.path.join(outside, "notes"), 0o644)):
-            self.assertEqual(oct(mode), oct(stat.S_IMODE(os.stat(path).st_mode)), path)
+        self.assert_modes(0o755, 0o644, [outside, os.path.join(outside, "notes")])
 
     def test_where_a_link_leads_nowhere_yet_its_file_is_made(self):
         os.symlink(os.path.join(self.home, "elsewhere"), self.path("vault/bybit.vault"))
@@ -214,8 +234,6 @@ class Files(ConnectorTest):
         self.assertIn("owner_wallet_address=0xOwn\n", self.read("pairing.env"))
 
     def test_without_a_home_only_a_folder_of_ones_own_is_the_root(self):
-        self.env["HOME"] = ""
-        self.assertIn("device_id=" + DEVICE, self.answer("status", cwd=self.home))
         del self.env["HOME"]
         self.env["TMPDIR"] = self.home
         root = os.path.join(self.home, "morvane-connector")
@@ -223,12 +241,16 @@ class Files(ConnectorTest):
         self.assertIn("device_identity.env", os.listdir(root))
         os.rename(root, root + ".ours")
         os.symlink(root + ".ours", root)
-        self.assertEqual(-signal.SIGABRT, self.connector("status").returncode)
+        self.assertEqual(-signal.SIGABRT, self.connector("status").returncode, "a link")
         if os.geteuid() == 0:
             os.remove(root)
             os.mkdir(root)
             os.chown(root, 65534, 65534)
-            self.assertEqual(-signal.SIGABRT, self.connector("status").returncode)
+            self.assertEqual(-signal.SIGABRT, self.connector("status").returncode, "a stranger's")
+
+    def test_with_an_empty_home_the_root_lies_where_the_caller_stands(self):
+        self.env["HOME"] = ""
+        self.assertIn("device_id=" + DEVICE, self.answer("status", cwd=self.home))
 
 
 class Keychain(ConnectorTest):
