@@ -48,13 +48,6 @@ class Switches(ConnectorTest):
         self.assertRegex(listed, r"(?m)^\d+ +BTC_USDT +buy +3 +40000$")
         self.assertIn('"order_margin":"2.4"', self.answer("balance", "gate"))
 
-    def test_a_host_that_is_down_hears_nothing_until_it_is_up(self):
-        self.store_keys("gate")
-        self.switch("down/gate")
-        self.says(error("http_failed"), "balance", "gate")
-        self.switch("up/gate")
-        self.assertIn('"available":"10000"', self.answer("balance", "gate"))
-
     def test_requests_counts_what_stood_in_them_as_it_is(self):
         self.store_keys("okx")
         self.answer("balance", "okx")
