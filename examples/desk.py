@@ -104,8 +104,7 @@ def send(command, exchange, symbol, *words):
     no_leverage = command == "place-open" and answers.refusal(exchange, body["leverage"])
     if no_leverage:
         print(f"The leverage was refused, and stays what it was: {clean(no_leverage)}")
-    refusal = answers.refusal(exchange, placed)
-    if refusal:
+    if refusal := answers.refusal(exchange, placed):
         print(f"The order was refused: {clean(refusal)}")
         return 1
     order_id = answers.placed_id(exchange, placed)

@@ -142,7 +142,8 @@ def close_both(stage: "Stage", long: answers.Position, short: answers.Position) 
     spread = short.average - long.average
     stage.expect(profit == spread * SIZE, "the profit is not the spread times the size")
     stage.write("What the day brought:")
-    trades = f"sold at {short.average:.0f}, bought at {long.average:.0f}: {spread:.0f} x {SIZE} BTC"
+    trades = (f"sold at {short.average:.0f}, bought at {long.average:.0f}: "
+              f"{spread:.0f} x {SIZE} BTC")
     for name, amount in ((trades, profit), ("fees of the four orders", fees),
                          ("altogether", profit + fees)):
         stage.write(f"{name:45}{amount:>+9.2f} USDT", indent=4)
@@ -172,7 +173,8 @@ def show_what_left(stage: "Stage") -> None:
         if host.endswith(".example"):
             stage.expect(counts[1:] == ["0", "0", "0"], f"{host} was sent a part of a key")
     stage.write(stage.colour("No request held a secret", GREEN)
-                + ": it signs, and stays. Keys go to exchanges alone,\nand passphrases where an exchange wants them in the open; the "
+                + ": it signs, and stays. Keys go to exchanges alone,\n"
+                "and passphrases where an exchange wants them in the open; the "
                 "relay and the\ndownload host were sent neither.")
 
 

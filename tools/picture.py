@@ -60,8 +60,8 @@ def draw(lines: list) -> str:
         line = re.sub("\0(.)\1(.*?)\033\\[0m", r'<tspan class="\1">\2</tspan>', escape(line))
         texts.append(f'<text x="{EDGE}" y="{EDGE + ROW * (number + 1) - 5}"{kind} style="'
                      f'animation-delay:{number * SECONDS / len(lines):.1f}s">{line}</text>')
-    return (f'<svg xmlns="http://www.w3.org/2000/svg" xml:space="preserve" viewBox="0 0 {width} {height}" '
-            f'width="{width}" height="{height}" role="img" aria-label="A run of the connector in '
+    return ('<svg xmlns="http://www.w3.org/2000/svg" xml:space="preserve" '
+            f'viewBox="0 0 {width} {height}" width="{width}" height="{height}" role="img" aria-label="A run of the connector in '
             f'its sandbox">\n<style>{STYLE}</style>\n'
             f'<rect width="100%" height="100%" rx="8" fill="#1f2430"/>\n'
             + "\n".join(texts) + "\n</svg>\n")
