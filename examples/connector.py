@@ -1,13 +1,17 @@
 """Runs the connector, and tells what came from what did not."""
 
 import os
+import shutil
 import signal
 import subprocess
+import sys
 from typing import Any
 
 import answers
 
 PATIENCE = 60  # seconds for one run; place-open can need 45
+if not shutil.which("morvane-connector"):
+    sys.exit("morvane-connector is not on the PATH.")
 
 
 class Unanswered(Exception):

@@ -61,9 +61,10 @@ def draw(lines: list) -> str:
         texts.append(f'<text x="{EDGE}" y="{EDGE + ROW * (number + 1) - 5}"{kind} style="'
                      f'animation-delay:{number * SECONDS / len(lines):.1f}s">{line}</text>')
     return ('<svg xmlns="http://www.w3.org/2000/svg" xml:space="preserve" '
-            f'viewBox="0 0 {width} {height}" width="{width}" height="{height}" role="img" aria-label="A run of the connector in '
-            f'its sandbox">\n<style>{STYLE}</style>\n'
-            f'<rect width="100%" height="100%" rx="8" fill="#1f2430"/>\n'
+            f'viewBox="0 0 {width} {height}" width="{width}" height="{height}" '
+            'role="img" aria-label="A run of the connector in its sandbox">\n'
+            f'<style>{STYLE}</style>\n'
+            '<rect width="100%" height="100%" rx="8" fill="#1f2430"/>\n'
             + "\n".join(texts) + "\n</svg>\n")
 
 
