@@ -28,6 +28,7 @@ def refused($exchange):
     elif .[$how[0]] as $code | $how[2:] | any(. == $code) then null
     elif $exchange == "okx" and (.data[0].sCode // "") != "" then
       "\(.data[0].sCode) \(.data[0].sMsg)"  # of the order
+    elif .[$how[0]] == null then error("this is no answer of \($exchange)")
     else "\(.[$how[0]]) \(.[$how[1]] // "")" end;
 
 # Why not; null when the exchange agreed.

@@ -4,8 +4,8 @@ Each function takes the exchange's name and its own document: the connector's "b
 `place-open` the "leverage" or "place" in it. Read the answer with read(), which keeps every digit.
 Ids are text. Quantities are in the exchange's own unit (see UNITS), never below zero; money is in
 USDT (Bybit counts a whole unified account in USD), and what was paid is below zero. What an
-exchange leaves out is None. A document that says no, or has not the members that the exchange
-documents, raises Refused or LookupError: judge() first when you would rather be asked.
+exchange leaves out is None. A document that says no raises Refused; one that the exchange does not
+document (a gateway's, for instance, after which an order may be there) raises one of UNREADABLE.
 """
 
 import json
@@ -18,7 +18,7 @@ UNITS = {"bybit": "coins", "okx": "contracts", "gate": "contracts",
 # How each agrees, and where it says what it refuses. Gate's refusals have a label, no others do.
 # 110043: the leverage was set already.
 AGREED = {"bybit": ("retCode", "retMsg", (0, 110043)), "okx": ("code", "msg", ("0",)),
-          "gate": ("label", "message", (None,)), "bingx": ("code", "msg", (0,)),
+          "gate": ("label", "message", ()), "bingx": ("code", "msg", (0,)),
           "kucoin": ("code", "msg", ("200000",)), "bitget": ("code", "msg", ("00000",))}
 
 # Where a new order's id is; where the members of an order are, and their names: id, state,
@@ -62,6 +62,9 @@ BALANCE = {
 }
 
 
+UNREADABLE = (LookupError, TypeError, AttributeError, ArithmeticError)
+
+
 class Refused(Exception):
     """The exchange said no; in its words."""
 
@@ -102,9 +105,9 @@ def read(text: str) -> Any:
 def refusal(exchange: str, document: Any) -> Optional[str]:
     """Why the exchange says no; None when it agreed."""
     code, text, agreed = AGREED[exchange]
-    if exchange == "gate" and isinstance(document, list):
+    if exchange == "gate" and (isinstance(document, list) or code not in document):
         return None
-    if document.get(code) in agreed:
+    if document[code] in agreed:
         return None
     rows = document.get("data")
     if exchange == "okx" and rows and rows[0].get("sCode"):

@@ -42,7 +42,7 @@ def show(symbols):
             held = [(symbol, one) for symbol in symbols for one in look(exchange, symbol)]
         except Declined:  # no key is kept for it
             continue
-        except (answers.Refused, Unanswered, LookupError, TypeError) as problem:
+        except (answers.Refused, Unanswered, *answers.UNREADABLE) as problem:
             print(f"{exchange:9}{in_words(problem)}")
             shown = status = 1
             continue
@@ -190,7 +190,7 @@ def main():
     except (Stop, answers.Refused, Unanswered, KeyboardInterrupt) as problem:
         print(f"Nothing was sent: {in_words(problem)}.")
         return 1
-    except (LookupError, TypeError) as problem:
+    except answers.UNREADABLE as problem:
         print(f"{in_words(problem)}. Look at the exchange before you do anything else.")
         return 3
 

@@ -13,7 +13,6 @@ A place to start from: read it before you trade with it.
 """
 
 import argparse
-import decimal
 import re
 import sys
 import time
@@ -189,7 +188,7 @@ def main():
         problem = str(unknown)
     except KeyboardInterrupt:
         problem = "interrupted"
-    except (LookupError, TypeError, decimal.InvalidOperation) as error:
+    except answers.UNREADABLE as error:
         problem = f"an answer was not understood: {error!r}"
     if not any(leg.sent for leg in legs):
         print(f"Stopped ({problem}). No order was sent.")

@@ -282,7 +282,7 @@ def main(arguments: List[str]) -> int:
     stage = Stage(full=bool(arguments))
     try:
         tell_the_day(stage)
-    except (StoryBroken, answers.Refused, LookupError, TypeError) as broken:
+    except (StoryBroken, answers.Refused, *answers.UNREADABLE) as broken:
         told = isinstance(broken, StoryBroken)
         stage.write(broken.args[1] if told else stage.last)
         stage.write(f"The story breaks off at '{stage.step}': "

@@ -99,3 +99,10 @@ class Answers(ConnectorTest):
             with self.subTest(exchange):
                 why = self.read("refusal", "cancel-order", exchange, SYMBOL, "1")
                 self.assertRegex(why, REFUSALS[exchange])
+
+    def test_a_document_of_somebody_else_is_no_refusal(self):
+        for exchange in EXCHANGES:
+            for strange in ({}, {"message": "Bad Gateway"}, [], None):
+                with self.subTest(exchange, strange=strange):
+                    with self.assertRaises(answers.UNREADABLE):
+                        answers.order(exchange, strange)
