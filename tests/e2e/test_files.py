@@ -154,13 +154,6 @@ class Files(ConnectorTest):
         self.assertIn("pairing_status=bound\n", self.on_a_full_disk("set-wallet", "0x", room=10))
         self.assertEqual(old, self.read("pairing.env"))
 
-    def test_on_a_full_disk_a_key_is_not_called_saved_and_the_old_one_stays(self):
-        self.write("vault/bybit.vault", "api_key=old\n")
-        printed = self.on_a_full_disk(*self.check, room=20, status=2)
-        self.assertIn("credentials_saved=false\n", printed)
-        self.assertIn("reason=failed to persist credentials to local vault\n", printed)
-        self.assertEqual("api_key=old\n", self.read("vault/bybit.vault"))
-
     def test_on_a_full_disk_a_failed_download_leaves_the_latest_image(self):
         self.write(LATEST, "older")
         printed = self.on_a_full_disk("update-download", room=4096)
