@@ -20,7 +20,7 @@ constexpr RecordFields<PairingState, 7> pairing_fields = {{
 
 }  // namespace
 
-PairingStore::PairingStore(std::string root) : file_(root + state_files::pairing) {
+PairingStore::PairingStore(const std::string& root) : file_(root + state_files::pairing) {
   std::filesystem::create_directories(root);
 }
 

@@ -33,7 +33,7 @@ struct PairingState {
 class PairingStore {
  public:
   // Creates the root; throws std::filesystem::filesystem_error on failure.
-  explicit PairingStore(std::string root);
+  explicit PairingStore(const std::string& root);
 
   // The stored state; without a readable file "unpaired" and everything else empty.
   PairingState load() const;
