@@ -55,7 +55,7 @@ class Installed(PackagingTest):
         with open(os.path.join(self.home, MANUAL), encoding="utf-8") as manual:
             found = [self.usage_in_manual(line) for line in manual
                      if line.startswith(".It Ic ")]
-        self.assertEqual(self.usages(), sorted(found))
+        self.assertEqual(self.usages(), sorted(found), "the program's, then the manual's")
 
     def usage_in_manual(self, line):
         """`.It Ic funding Ar symbol Op Ar minutes` is `funding <symbol> [minutes]`."""
@@ -71,7 +71,7 @@ class Installed(PackagingTest):
         table = text.partition("\n| command | does | answers |\n|---|---|---|\n")[2]
         rows = table.partition("\n\n")[0].splitlines()
         found = [row.split("`")[1] for row in rows if "`" in row]
-        self.assertEqual(self.usages(), sorted(found))
+        self.assertEqual(self.usages(), sorted(found), "the program's, then the README's")
 
 
 READABLE = " ".join(EXCHANGES)
@@ -146,7 +146,8 @@ class Completion(PackagingTest):
                 # fish describes a word behind a tabulator.
                 offered = [one.partition("\t")[0] for one in self.ask(shell, line)]
                 names = self.commands() if expected == ALL else expected.split()
-                self.assertEqual(sorted(names), sorted(filter(None, offered)))
+                self.assertEqual(sorted(names), sorted(filter(None, offered)),
+                                 f"expected, then offered by {shell} for: {line}")
 
     def test_bash_offers_what_can_be_typed(self):
         self.assert_offers("bash")

@@ -36,16 +36,17 @@ class EveryRequest(ConnectorTest):
         for row in read_table():
             with self.subTest(" ".join(row.command)):
                 run = self.run_row(row)
-                both = f"the table's requests, then those that were sent by {told(run)}"
+                both = f"are the table's, then those that were sent by {told(run)}"
                 self.assertEqual([(one.method, one.address, one.body) for one in row.requests],
-                                 [self.as_told(one) for one in self.box.requests], both)
+                                 [self.as_told(one) for one in self.box.requests],
+                                 f"Requests {both}")
                 for expected, sent in zip(row.requests, self.box.requests):
                     self.assertEqual(self.filled_in(expected.headers, row),
                                      self.headers_as_told(expected.headers, sent),
-                                     f"headers of {expected.address}; {both}")
+                                     f"Headers of {expected.address} {both}")
                 if row.command[:2] not in REFUSED_IN_PART:
                     self.assertEqual([], [one.reason for one in self.box.refusals],
-                                     f"what the exchange refuses of {told(run)}")
+                                     f"The exchange refuses that of {told(run)}")
                 if row.reason:
                     self.assertEqual(error(row.reason), run.stdout, told(run))
 
