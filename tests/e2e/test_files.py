@@ -154,12 +154,6 @@ class Files(ConnectorTest):
         self.assertIn("pairing_status=bound\n", self.on_a_full_disk("set-wallet", "0x", room=10))
         self.assertEqual(old, self.read("pairing.env"))
 
-    def test_on_a_full_disk_a_failed_download_leaves_the_latest_image(self):
-        self.write(LATEST, "older")
-        printed = self.on_a_full_disk("update-download", room=4096)
-        self.assertIn("update_download_failed", printed)
-        self.assertEqual("older", self.read(LATEST))
-
     def test_where_an_image_finds_room_and_its_copy_does_not_no_half_copy_stays(self):
         self.write(LATEST, "older")
         self.stand_in(curl=f'ulimit -S -f "$(ulimit -H -f)"; exec {self.real("curl")} "$@"')
@@ -282,11 +276,6 @@ class Keychain(ConnectorTest):
         self.says("status=ok\n" + CREDENTIAL.format(odd, "", "", ""), "load-credentials", odd)
         self.refuse_keychain()
         self.assertIn("exchange=\napi_key=file\n", self.answer("load-credentials", odd))
-
-    def test_where_the_keychain_refuses_the_key_goes_to_its_file(self):
-        self.refuse_keychain()
-        self.assert_accepted("bybit")
-        self.assertEqual(self.text, self.read("vault/bybit.vault"))
 
     def test_without_an_index_the_files_are_listed(self):
         self.store_keys("bybit", "okx")
