@@ -105,7 +105,7 @@ TEST(CredentialText, is_read_line_by_line_without_trimming_also_from_the_keychai
                      {"6170695f6b65793d6b", "|k||"},
                      {"6170695f6b65793d6b6\n", "|||"},
                      {"tool(7): a warning\nabba\n6170695f6b65793d6b\n", "|k||"},
-                     {"api_key=k\n6170695f6b65793d6b\n", "|k||"},
+                     {"api_key=plain\n6170695f6b65793d6b\n", "|plain||"},
                      {"6170695f6b65793d6b x\n", "|||"}};
   for (const auto& [output, read] : rows) {
     const StoredCredential found = parse_credential_text(decode_keychain_output(output));
