@@ -10,7 +10,7 @@ from .box import Sandbox
 
 GREETING = """\
 Sandbox: the exchanges, the relay and the download host are stand-ins, and HOME
-is an empty folder. Nothing in here is real, and nothing of yours is touched.
+is a new folder. Nothing in here is real, and nothing of yours is touched.
 Begin with:
   morvane-connector validate bybit demo-bybit-key demo-bybit-secret
   morvane-connector balance bybit
@@ -20,30 +20,27 @@ Switches: curl http://sandbox.control/
 Leave with exit or Ctrl-D: everything in here is gone then.
 """
 
-# Of each shell that is at home here: its settings, below HOME.
-SETTINGS = {
-    "bash": (".bashrc", """\
+# The settings of each shell that is at home here, below HOME. A shell that is started within
+# another reads its own, and so says as well where it is.
+SETTINGS = {".bashrc": """\
 PS1='(sandbox) \\w \\$ '
 PROMPT_COMMAND=
 completions=$SANDBOX_SHARE/bash-completion/completions/morvane-connector
 [ ! -r "$completions" ] || . "$completions"
-"""),
-    "zsh": (".zshrc", """\
+""", ".zshrc": """\
 PROMPT='(sandbox) %~ %# ' RPROMPT= HISTSIZE=1000 SAVEHIST=1000
 fpath=("$SANDBOX_SHARE/zsh/site-functions" $fpath)
 autoload -Uz compinit && compinit -u -D
-"""),
-    "fish": (".config/fish/config.fish", """\
+""", ".config/fish/config.fish": """\
 set -g fish_greeting
 function fish_prompt
     echo -n "(sandbox) "(prompt_pwd)" > "
 end
-set -l completions $SANDBOX_SHARE/fish/vendor_completions.d/morvane-connector.fish
-test -r $completions; and source $completions
-"""),
-}
-# Where it is there, fish does not make completions of all manuals, which outlasts a short visit.
-FISH_COMPLETIONS = ".local/share/fish/generated_completions"
+set -p fish_complete_path $SANDBOX_SHARE/fish/vendor_completions.d
+"""}
+# A fish that finds one of these does not read all manuals to make completions of them: a job of
+# minutes, which would go on writing after the sandbox is gone. (Of the version 3, and of 4.)
+NO_JOB = (".local/share/fish/generated_completions", ".cache/fish/generated_completions")
 
 
 def main() -> int:
@@ -80,20 +77,20 @@ def _shell(env: dict[str, str], share: str) -> list[str]:
 
     `share` is a folder laid out as an installation's share: manual and completions come from it.
     """
-    home, share, shell = env["HOME"], os.path.abspath(share), env.get("SHELL", "")
-    name = os.path.basename(shell)
-    if name not in SETTINGS:
-        sys.stderr.write(f"There are no settings for the shell '{name}': this is bash.\n")
-        name = shell = "bash"
+    home, share, shell = env["HOME"], os.path.abspath(share), env.get("SHELL", "bash")
+    if os.path.basename(shell) not in ("bash", "zsh", "fish"):
+        sys.stderr.write(f"There are no settings for the shell '{shell}': this is bash.\n")
+        shell = "bash"
     env.update(SANDBOX_SHARE=share, ZDOTDIR=home, HISTFILE=home + "/.history", SHELL=shell,
-               MANPATH=share + "/man:" + env.get("MANPATH", ""), SHELL_SESSIONS_DISABLE="1",
-               BASH_SILENCE_DEPRECATION_WARNING="1")
-    settings, text = SETTINGS[name]
-    path = os.path.join(home, settings)
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    os.makedirs(os.path.join(home, FISH_COMPLETIONS))
-    with open(path, "w", encoding="ascii") as file:
-        file.write(text)
+               PS1="(sandbox) $ ", MANPATH=share + "/man:" + env.get("MANPATH", ""),
+               SHELL_SESSIONS_DISABLE="1", BASH_SILENCE_DEPRECATION_WARNING="1")
+    for folder in NO_JOB:
+        os.makedirs(os.path.join(home, folder))
+    for name, text in SETTINGS.items():
+        path = os.path.join(home, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="ascii") as file:
+            file.write(text)
     sys.stderr.write(GREETING)
     return [shell]
 

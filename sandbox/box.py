@@ -1,6 +1,7 @@
 """The sandbox: a world behind a proxy, and the environment that leads there."""
 
 import os
+import re
 import shutil
 import ssl
 import subprocess
@@ -28,11 +29,12 @@ extendedKeyUsage = serverAuth
 subjectKeyIdentifier = hash
 subjectAltName = """ + ", ".join("DNS:" + host for host in hosts.BY_SCHEME["https"])
 
-PASSING = ("PATH", "TMPDIR", "USER", "LOGNAME", "SHELL", "TZ",
-           "TERM", "COLORTERM", "COLUMNS", "LINES", "NO_COLOR", "LANG", "LANGUAGE", "MANPATH",
-           # Where a Mac's developer tools lie, and what a connector with sanitizers reads.
-           "DEVELOPER_DIR", "ASAN_OPTIONS", "MallocNanoZone", "GCOV_ERROR_FILE")
-"""Of the caller's environment. Nothing else does: much of it moves what tools trust or run."""
+# What passes of the caller's environment: the terminal, the language, where programs, manuals and
+# temporary files are, and what an instrumented connector is told. Much of the rest moves what curl,
+# openssl, python3 and the shells trust or run.
+PASSING = re.compile("TERM|TERMINFO|COLORTERM|COLUMNS|LINES|NO_COLOR|LANG|LANGUAGE|LC_[A-Z]+|TZ|"
+                     "PATH|MANPATH|TMPDIR|USER|LOGNAME|SHELL|DEVELOPER_DIR|"
+                     "(A|L|UB)SAN_OPTIONS|MallocNanoZone|GCOV_[A-Z_]+")
 
 
 class Sandbox(World):
@@ -86,7 +88,7 @@ class Sandbox(World):
         subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-sha256",
                         "-days", "7", "-subj", "/CN=Morvane sandbox", "-config", out.name,
                         "-out", files[0], "-keyout", files[1]],
-                       stdin=subprocess.DEVNULL, capture_output=True, check=True)
+                       env=_passing(), stdin=subprocess.DEVNULL, capture_output=True, check=True)
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         context.load_cert_chain(*files)
         return context
@@ -101,8 +103,7 @@ class Sandbox(World):
     def _environment(self) -> dict[str, str]:
         """What passes of the caller's, and what leads into this world."""
         authority = os.path.join(self._folder, "known", "certificate.pem")
-        env = {name: value for name, value in os.environ.items()
-               if name in PASSING or name.startswith("LC_")}
+        env = _passing()
         env.update(HOME=self.home, https_proxy=self._proxy.url, http_proxy=self._proxy.url,
                    CURL_CA_BUNDLE=authority, SSL_CERT_FILE=authority, SANDBOX_AUTHORITY=authority,
                    PYTHONPATH=os.path.join(os.path.dirname(os.path.abspath(__file__)), "python"),
@@ -114,3 +115,7 @@ class Sandbox(World):
             os.symlink(sys.executable, os.path.join(path[-1], "python3"))
         env["PATH"] = os.pathsep.join(path + [env.get("PATH", os.defpath)])
         return env
+
+
+def _passing() -> dict[str, str]:
+    return {name: value for name, value in os.environ.items() if PASSING.fullmatch(name)}

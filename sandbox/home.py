@@ -1,6 +1,7 @@
 """A HOME for a run inside: nothing of the user's own can be reached from it."""
 
 import os
+import pwd
 import subprocess
 
 SECURITY = "/usr/bin/security"
@@ -17,11 +18,29 @@ def furnish(home: str) -> None:
     """
     with open(os.path.join(home, ".curlrc"), "x", encoding="ascii"):
         pass
-    if not os.path.exists(SECURITY):
-        return
+    if os.path.exists(SECURITY):
+        _make_keychain(home)
+
+
+def _make_keychain(home: str) -> None:
+    """Raises RuntimeError when the tool refuses, or does not keep to HOME."""
+    def security(*arguments: str) -> str:
+        done = subprocess.run([SECURITY, *arguments], env={"HOME": home, "PATH": os.defpath},
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, encoding="utf-8", errors="replace")
+        if done.returncode:
+            raise RuntimeError(f"{SECURITY} {arguments[0]}: {done.stdout.strip()}")
+        return done.stdout
+
     keychain = os.path.join(home, KEYCHAIN)
     os.makedirs(os.path.dirname(keychain), mode=0o700)
-    for command in (["create-keychain", "-p", ""], ["set-keychain-settings"],
-                    ["unlock-keychain", "-p", ""]):
-        subprocess.run([SECURITY, *command, keychain], env={**os.environ, "HOME": home},
-                       stdin=subprocess.DEVNULL, capture_output=True, check=True)
+    # There it notes which keychains it searches, and which takes new items.
+    os.mkdir(os.path.join(home, "Library/Preferences"), mode=0o700)
+    # A tool that goes by the list of users instead must not change the user's own notes.
+    if f'"{pwd.getpwuid(os.getuid()).pw_dir}/Library/' in security("list-keychains", "-d", "user"):
+        raise RuntimeError(f"{SECURITY} does not keep to HOME; your own keychain is left alone")
+    security("create-keychain", "-p", "", keychain)
+    security("set-keychain-settings", keychain)  # It is locked neither after a time nor by sleep.
+    security("list-keychains", "-d", "user", "-s", keychain)
+    security("default-keychain", "-d", "user", "-s", keychain)
+    security("unlock-keychain", "-p", "", keychain)
