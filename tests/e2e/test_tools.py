@@ -1,19 +1,21 @@
 """What is said of a tool that a signal killed, or that chatters."""
 
-import os
+import shutil
+import sys
 
 from support import CONNECTOR, ConnectorTest, told
 
-SHELL = os.path.realpath("/bin/sh")
-
-# Says of a line whose last tool a signal killed what bash 3.2, a Mac's sh, says of it.
-TELLING_SHELL = f"""#!{SHELL}
-{SHELL} "$@"
-status=$?
-[ $status -le 128 ] || printf 'sh: line 1: 42 Killed: 9  %s\\n' "$2" >&2
-exit $status
+# Says of a line whose last tool a signal killed what bash 3.2, a Mac's sh, says of it. Scripts
+# here name what runs them: where this lies, sh is this one.
+BASH = shutil.which("bash")
+TELLING_SHELL = f"""#!{sys.executable} -IS
+import subprocess, sys
+status = subprocess.call(["sh", *sys.argv[1:]], executable="{BASH}")
+if status < 0 or status > 128:
+    print("sh: line 1: 42 Killed: 9 ", sys.argv[-1], file=sys.stderr)
+sys.exit(status % 256)
 """
-KILLED = f"#!{SHELL}\nkill -9 $$\n"
+KILLED = f"#!{BASH}\nkill -9 $$\n"
 
 
 class Tools(ConnectorTest):
