@@ -117,11 +117,11 @@ class ConnectorTest(unittest.TestCase):
         furnish(self.home)
         self.root = os.path.join(self.home, ".morvane-connector")
         self.env = dict(self.box.env, HOME=self.home, TZ="XXX-9")
-        self.program, self.user = [CONNECTOR], {}
+        self.program = [CONNECTOR]
 
     def connector(self, *arguments, **options):
         """A run of the program, whatever it says and however it ends."""
-        return self.box.run([*self.program, *arguments], env=self.env, **self.user, **options)
+        return self.box.run([*self.program, *arguments], env=self.env, **options)
 
     def answer(self, *arguments, status=0, **options):
         """The standard output of a run with that exit status that says nothing else."""
@@ -170,7 +170,7 @@ class ConnectorTest(unittest.TestCase):
         self.assertEqual((2, exchange, status, "false", "false", "false", "false"),
                          check[:7], check)
         self.assertRegex(check.reason, rf"\A(?s:{pattern})\Z")
-        self.assertNotIn(f"vault/{exchange}.vault", self.files())
+        self.answer("load-credentials", exchange, status=2)
 
     def store_keys(self, *exchanges):
         """Puts a key in the file of each: the demo key, or for a strange name any."""
@@ -179,9 +179,18 @@ class ConnectorTest(unittest.TestCase):
             self.write(f"vault/{exchange}.vault", CREDENTIAL.format(exchange, *key))
 
     def refuse_keychain(self):
-        """From here on the keychain, where there is one, takes nothing and has nothing."""
-        os.makedirs(os.path.join(self.home, os.path.dirname(KEYCHAIN)), exist_ok=True)
-        self.write(os.path.join("..", KEYCHAIN), "damaged")
+        """From here on the keychain, where there is one, takes nothing new, and asks nobody."""
+        folder = os.path.join(self.home, os.path.dirname(KEYCHAIN))
+        if os.path.isdir(folder):
+            os.chmod(folder, 0o500)
+            self.addCleanup(os.chmod, folder, 0o700)
+            self.be_stopped_by_modes()
+
+    def be_stopped_by_modes(self):
+        """From here on the program runs so that the mode of a file can stop it, as root, too."""
+        if os.geteuid() == 0 and "--bounding-set=-all" not in self.program:
+            self.program[-1:] = [shutil.which("setpriv"), "--inh-caps=-all",
+                                 "--bounding-set=-all", CONNECTOR]
 
     def be(self, state):
         """Writes both state files."""
