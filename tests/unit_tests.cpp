@@ -124,7 +124,8 @@ TEST(StateFile, a_reader_meets_the_old_lines_or_the_new_ones_and_nothing_else) {
     EXPECT_TRUE(file.read() == text) << text.size();
   }
   std::thread writer([&] {
-    for (int turn = 0; turn < 20000; ++turn) file.replace(turn % 2 == 0 ? other : one);
+    const StateFile others(path);  // another run has an object of its own
+    for (int turn = 0; turn < 20000; ++turn) others.replace(turn % 2 == 0 ? other : one);
   });
   std::set<std::string> met = {one, other};
   for (int turn = 0; turn < 20000; ++turn) {
