@@ -47,3 +47,10 @@ class Tools(ConnectorTest):
         done = self.connector("validate", "bybit", *self.key("bybit"), timeout=60)
         self.assertIn("\nstatus=valid_trade_ready\n", done.stdout)
         self.assertEqual(1000000, len(done.stderr))
+
+    def test_a_tool_inherits_the_three_standard_streams_alone(self):
+        self.store_keys("bybit")
+        self.stand_in(curl="for number in 3 4 5 6 7 8 9; do "
+                           "[ ! -e /dev/fd/$number ] || echo $number; done")
+        self.says('{"status":"ok","exchange":"bybit","kind":"balance","body":}\n',
+                  "balance", "bybit")
