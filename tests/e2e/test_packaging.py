@@ -1,12 +1,11 @@
-"""What lies around the program: what is installed, pages, completions, the manifest."""
+"""What lies around the program says what the program says: pages and completions."""
 
 import os
 import re
 import shlex
 import shutil
-import stat
 
-from support import CONNECTOR, EXCHANGES, TRADING, ConnectorTest, told
+from support import CONNECTOR, EXCHANGES, TRADING, ConnectorTest, each, told
 
 TREE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
 PROGRAM = "bin/morvane-connector"
@@ -21,11 +20,12 @@ class PackagingTest(ConnectorTest):
         super().setUp()
         build = os.path.dirname(CONNECTOR)
         self.run_tool("cmake", "--install", build, "--prefix", self.home)
+        self.program = [os.path.join(self.home, PROGRAM)]
 
-    def run_tool(self, *words, status=0):
+    def run_tool(self, *words):
         """What it prints, run in HOME, where everything is installed."""
         run = self.box.run(words, env=self.env, cwd=self.home)
-        self.assertEqual(status, run.returncode, told(run))
+        self.assertEqual(0, run.returncode, told(run))
         return run.stdout
 
     def commands(self):
@@ -36,16 +36,9 @@ class PackagingTest(ConnectorTest):
         return usage[1].split("|")
 
 
-class Installed(PackagingTest):
-    def test_everyone_may_read_what_is_installed_and_run_the_program(self):
-        for name in (PROGRAM, MANUAL, *COMPLETIONS.values()):
-            with self.subTest(name):
-                mode = stat.S_IMODE(os.stat(os.path.join(self.home, name)).st_mode)
-                self.assertEqual("0o755" if name == PROGRAM else "0o644", oct(mode))
-
+class Pages(PackagingTest):
     def usages(self):
-        """How each command is called, as the installed program says without any tool."""
-        self.program, self.env["PATH"] = [os.path.join(self.home, PROGRAM)], ""
+        """How each command is called, as the program says."""
         commands = self.commands()
         said = [self.connector(command).stderr for command in commands]
         return sorted(usage.strip().replace("usage: morvane-connector ", "") or command
@@ -55,7 +48,7 @@ class Installed(PackagingTest):
         with open(os.path.join(self.home, MANUAL), encoding="utf-8") as manual:
             found = [self.usage_in_manual(line) for line in manual
                      if line.startswith(".It Ic ")]
-        self.assertEqual(self.usages(), sorted(found), "the program's, then the manual's")
+        self.assertEqual(self.usages(), sorted(found), "the program, the manual")
 
     def usage_in_manual(self, line):
         """`.It Ic funding Ar symbol Op Ar minutes` is `funding <symbol> [minutes]`."""
@@ -71,36 +64,23 @@ class Installed(PackagingTest):
         table = text.partition("\n| command | does | answers |\n|---|---|---|\n")[2]
         rows = table.partition("\n\n")[0].splitlines()
         found = [row.split("`")[1] for row in rows if "`" in row]
-        self.assertEqual(self.usages(), sorted(found), "the program's, then the README's")
+        self.assertEqual(self.usages(), sorted(found), "the program, the README")
 
 
-READABLE = " ".join(EXCHANGES)
-TRADABLE = " ".join(TRADING)
-KEPT = READABLE + " my_own"  # my_own: what lies in the vault
 ALL = "every command"
+KEPT = " ".join(EXCHANGES) + " my_own"  # what lies in the vault, too
 
 # What is offered where a line ends; for a secret or a number nothing is.
 OFFERS = {
     "": ALL,
     "place-": "place-open place-close",
-    "nonsense ": "",
     "validate ": KEPT,
     "validate bybit ": "",
-    "load-credentials ": KEPT,
     "delete-credentials ": KEPT,
-    "balance ": READABLE,
     "balance b": "bybit bingx bitget",
-    "get-position ": READABLE,
-    "order-status ": READABLE,
     "order-status okx B": "BTC_USDT",
-    "cancel-order ": READABLE,
-    "funding ": TRADABLE,
-    "funding okx ": "BTC_USDT ETH_USDT",
-    "close-report ": TRADABLE,
-    "place-open ": TRADABLE,
+    "close-report ": " ".join(TRADING),
     "place-open okx BTC_USDT ": "buy sell",
-    "place-close ": TRADABLE,
-    "place-close okx BTC_USDT s": "sell",
 }
 
 # Programs that print what is offered. What zsh does itself, selecting, is done here.
@@ -128,7 +108,6 @@ class Completion(PackagingTest):
     def setUp(self):
         super().setUp()
         self.store_keys("okx", "my_own")
-        self.write("vault/vault_index.txt", "")
 
     def ask(self, shell, line):
         """The lines that the completion of the shell offers at the end of that line."""
@@ -140,54 +119,15 @@ class Completion(PackagingTest):
             completion=COMPLETIONS[shell])
         return self.run_tool(shell, "-c", program).splitlines()
 
-    def assert_offers(self, shell):
-        for line, expected in OFFERS.items():
-            with self.subTest(f"{shell}: {line}"):
-                # fish describes a word behind a tabulator.
-                offered = [one.partition("\t")[0] for one in self.ask(shell, line)]
-                names = self.commands() if expected == ALL else expected.split()
-                self.assertEqual(sorted(names), sorted(filter(None, offered)),
-                                 f"expected, then offered by {shell} for: {line}")
-
-    def test_bash_offers_what_can_be_typed(self):
-        self.assert_offers("bash")
-
-    def test_zsh_offers_what_can_be_typed(self):
-        self.assert_offers("zsh")
-
-    def test_fish_offers_what_can_be_typed(self):
-        self.assert_offers("fish")
+    @each(*((shell, line) for shell in COMPLETIONS for line in OFFERS))
+    def test_each_shell_offers_what_can_be_typed(self, shell, line):
+        # fish describes a word behind a tabulator.
+        offered = [one.partition("\t")[0] for one in self.ask(shell, line)]
+        expected = self.commands() if OFFERS[line] == ALL else OFFERS[line].split()
+        self.assertEqual(sorted(expected), sorted(filter(None, offered)))
 
     def test_zsh_and_fish_tell_the_unit_where_a_quantity_is_typed(self):
         line = "place-open okx BTC_USDT buy "
         unit = "quantity: coins on bybit, contracts on okx and gate"
         self.assertEqual([unit], self.ask("zsh", line))
         self.assertIn("?\t" + unit, self.ask("fish", line))
-
-
-class Manifest(PackagingTest):
-    WRITER = os.path.join(TREE, "packaging/write_manifest")
-    IMAGE = "Morvane-Connector-0.2.0.dmg"
-    URL = "https://download.example/a"
-
-    def test_a_manifest_names_version_image_and_channel(self):
-        self.write(f"../{self.IMAGE}", "image")
-        self.assertEqual(f'{{"version":"0.2.0","dmgUrl":"{self.URL}/{self.IMAGE}",'
-                         '"channel":"stable"}\n',
-                         self.run_tool(self.WRITER, "0.2.0", self.IMAGE, self.URL))
-
-    def test_what_no_updater_could_use_is_refused(self):
-        self.write(f"../{self.IMAGE}", "image")
-        self.write("../x.dmg", "image")
-        self.write("../Morvane-Connector-3.dmg", "")
-        for fault, arguments in {
-                "an empty part": ["1..2", self.IMAGE, self.URL],
-                "a letter": ["v1", self.IMAGE, self.URL],
-                "a part of 33 bits": ["1.4294967296", self.IMAGE, self.URL],
-                "an image of another name": ["0.2.0", "x.dmg", self.URL],
-                "an empty image": ["3", "Morvane-Connector-3.dmg", self.URL],
-                "no https": ["0.2.0", self.IMAGE, "http://a"],
-                "a quote in the address": ["0.2.0", self.IMAGE, 'https://a/"'],
-                "no address": ["0.2.0", self.IMAGE]}.items():
-            with self.subTest(fault):
-                self.assertEqual("", self.run_tool(self.WRITER, *arguments, status=1))

@@ -1,89 +1,97 @@
-"""Nothing of the caller's settings reaches what runs in the sandbox."""
+"""The sandbox: what it keeps out, what its switches do, what its tables refuse."""
 
+import contextlib
+import io
 import os
 import subprocess
 import sys
-import tempfile
 import unittest
 
-from support import CONNECTOR
+from sandbox.exchanges.bybit import Bybit
+from support import CONNECTOR, ConnectorTest, error
 
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
 
-# With these openssl knows no digest.
-NO_DIGESTS = """openssl_conf = all
-[all]
-providers = known
-[known]
-null = null
-[null]
-activate = 1
-"""
 
-
-class Entering(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="morvane-test-")
-        self.addCleanup(folder.cleanup)
-        self.folder = os.path.realpath(folder.name)
-        self.path = os.path.dirname(CONNECTOR)
-
-    def write(self, name, text):
-        path = os.path.join(self.folder, name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "w", encoding="ascii") as file:
-            file.write(text)
-        return path
-
-    def enter(self, *command, **environment):
-        """Runs a command, or the shell, in the sandbox as somebody with that environment."""
+class Entering(ConnectorTest):
+    def enter(self, *command):
+        """Runs a command in the sandbox, as somebody who stands in that folder."""
         return subprocess.run(
-            [sys.executable, "-m", "sandbox", "--path", self.path, "--cwd", self.folder, *command],
-            env={**os.environ, **environment}, cwd=ROOT, stdin=subprocess.DEVNULL,
+            [sys.executable, "-m", "sandbox", "--path", os.path.dirname(CONNECTOR),
+             "--cwd", self.folder, *command],
+            env={**os.environ, **self.settings}, cwd=ROOT, stdin=subprocess.DEVNULL,
             capture_output=True, encoding="utf-8")
 
-    def assert_accepted(self, exchange, *passphrase, **environment):
-        done = self.enter("morvane-connector", "validate", exchange, f"demo-{exchange}-key",
-                          f"demo-{exchange}-secret", *passphrase, **environment)
-        self.assertEqual((0, ""), (done.returncode, done.stderr), done)
-        self.assertIn("\nstatus=valid_trade_ready\n", done.stdout)
-
-    def test_settings_of_curl_do_not_lead_out(self):
-        self.write(".curlrc", 'noproxy = "*"\n')
-        folders = dict.fromkeys(("HOME", "CURL_HOME", "XDG_CONFIG_HOME"), self.folder)
-        # A host that is nowhere else: a way out leads to nobody.
-        done = self.enter("curl", "-sS", "http://sandbox.control/", no_proxy="*", NO_PROXY="*",
-                          **folders)
-        self.assertEqual((0, ""), (done.returncode, done.stderr))
-
-    def test_settings_of_openssl_are_not_read(self):
-        log = os.path.join(self.folder, "keys")
-        self.write("openssl.cnf", NO_DIGESTS)
-        # The sandbox itself runs elsewhere and does not find it.
-        self.assert_accepted("bybit", OPENSSL_CONF="openssl.cnf", SSLKEYLOGFILE=log)
-        self.assertFalse(os.path.exists(log), "SSLKEYLOGFILE was written.")
-
-    def test_no_code_of_the_callers_runs_in_python(self):
-        # The sandbox itself runs elsewhere.
-        self.write("sitecustomize.py",
+    def test_nothing_of_the_callers_settings_reaches_what_runs_inside(self):
+        self.folder = os.path.join(self.home, "callers")
+        self.write("../callers/.curlrc", 'noproxy = "*"\n')
+        self.write("../callers/openssl.cnf",  # with these, openssl knows no digest
+                   "openssl_conf = all\n[all]\nproviders = known\n"
+                   "[known]\nnull = null\n[null]\nactivate = 1\n")
+        self.write("../callers/sitecustomize.py",  # the sandbox itself runs elsewhere
                    f"import os\nif os.getcwd() == {self.folder!r}: open('ran', 'w')\n")
-        self.assert_accepted("okx", "demo-passphrase", PYTHONPATH=self.folder)
+        self.write("../callers/profile", "touch ran\n")
+        profile = os.path.join(self.folder, "profile")
+        self.settings = {
+            **dict.fromkeys(("HOME", "CURL_HOME", "XDG_CONFIG_HOME"), self.folder),
+            "no_proxy": "*", "NO_PROXY": "*", "OPENSSL_CONF": "openssl.cnf",
+            "SSLKEYLOGFILE": os.path.join(self.folder, "ran"), "PYTHONPATH": self.folder,
+            "ENV": profile, "BASH_ENV": profile, "BASH_FUNC_curl%%": "() { touch ran; }"}
+        okx = ["okx", "demo-okx-key", "demo-okx-secret", "demo-passphrase"]
+        for name, command in {
+                # A host that is nowhere else: a way out leads to nobody.
+                "curl": ["curl", "-sSf", "http://sandbox.control/"],
+                "bash": ["bash", "-c", "curl --version"],
+                "openssl": ["morvane-connector", "validate", "bybit", "demo-bybit-key",
+                            "demo-bybit-secret"],
+                "python3": ["morvane-connector", "validate", *okx]}.items():
+            done = self.enter(*command)
+            self.assertEqual((0, ""), (done.returncode, done.stderr), f"{name}: {done}")
         self.assertNotIn("ran", os.listdir(self.folder))
 
-    def test_no_settings_of_the_shells_are_read(self):
-        ran = self.write("profile", "touch ran\n")
-        done = self.enter("bash", "-c", "curl --version | head -n 1", ENV=ran, BASH_ENV=ran,
-                          **{"BASH_FUNC_curl%%": "() { touch ran; }"})
-        self.assertTrue(done.stdout.startswith("curl "), done)
-        self.assertNotIn("ran", os.listdir(self.folder))
 
-    def test_a_command_runs_where_the_caller_stands_and_standard_output_is_its_own(self):
-        done = self.enter("pwd")
-        self.assertEqual((self.folder + "\n", ""), (done.stdout, done.stderr))
+class Switches(ConnectorTest):
+    def switch(self, path):
+        """The exit status of `curl -f`, what it printed, and what the sandbox said."""
+        said = io.StringIO()
+        with contextlib.redirect_stderr(said):
+            done = self.box.run(["curl", "-sf", f"http://sandbox.control/{path}"])
+        return done.returncode, done.stdout, said.getvalue()
 
-    def test_a_shell_without_settings_here_is_replaced_by_bash_and_that_is_said(self):
-        done = self.enter(SHELL="/bin/ksh")
-        self.assertEqual(0, done.returncode, done)
-        self.assertTrue(done.stderr.startswith(
-            "There are no settings for the shell '/bin/ksh': this is bash.\nSandbox: "), done)
-        self.assertEqual([], [line for line in done.stderr.splitlines() if len(line) > 80])
+    def test_a_wrong_request_fails_and_says_why_where_curl_does_not_hide_it(self):
+        for path, why in {
+                "fil/okx/1": "there is no switch 'fil'; "
+                             "curl http://sandbox.control/ lists them",
+                "orders": "write /orders/EXCHANGE",
+                "orders/okex": "'okex' is none of bybit okx gate bingx kucoin bitget",
+                "fill/okx/1": "okx has no open order 1; /orders/okx lists them",
+                "mark/BTC/0": "'0' is no price"}.items():
+            with self.subTest(path):
+                self.assertEqual((22, "", f"sandbox.control: {why}\n"),
+                                 self.switch(path))
+
+    def test_an_order_whose_answer_was_lost_is_there_and_only_one_answer_is_lost(self):
+        self.store_keys("gate")
+        self.switch("lose/gate")
+        self.says(error("http_failed"),
+                  "place-open", "gate", "BTC_USDT", "buy", "3", "40000", "5")
+        _, listed, _ = self.switch("orders/gate")
+        self.assertRegex(listed, r"(?m)^\d+ +BTC_USDT +buy +3 +40000$")
+        self.assertIn('"order_margin":"2.4"', self.answer("balance", "gate"))
+
+
+class Tables(unittest.TestCase):
+    SLIPS = {
+        "no order has this": {"order_fields": "orderId=idd"},
+        "funding has no order": {"ledger_fields": "orderId=order.id"},
+        "there is no such reason": {"errors": Bybit.errors + "no_money 200 1 none"},
+        "a reason has no words": {"refused_as_invalid": ""},
+        "there is no such state": {"words": {"opened": "New"}},
+        "there is no such operation": {"routes": {"GET /v5/position/list": "positon"}},
+        "there is no such setting": {"order_field": ""},
+    }
+
+    def test_a_slip_in_a_table_is_refused_when_the_sandbox_starts(self):
+        for slip, table in self.SLIPS.items():
+            with self.subTest(slip), self.assertRaises(ValueError):
+                type("Slip", (Bybit,), table)(refusals=[])

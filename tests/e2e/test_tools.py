@@ -37,10 +37,6 @@ class Tools(ConnectorTest):
                 # Where sh is dash, it tells the signal in the tool's place.
                 self.assertRegex(run.stdout, f"\nreason={reason}(Killed)?\n\\Z", told(run))
 
-    def test_what_a_tool_says_before_another_is_killed_is_passed_on(self):
-        done = self.validate("bybit", xxd=KILLED, openssl="echo openssl says this >&2")
-        self.assertEqual("openssl says this\n", done.stderr, told(done))
-
     def test_a_megabyte_of_chatter_is_passed_on_and_holds_nobody_up(self):
         self.stand_in(openssl="yes chatter | head -c 1000000 >&2; "
                               f'exec {self.real("openssl")} "$@"')

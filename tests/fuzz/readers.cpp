@@ -11,7 +11,8 @@ using namespace morvane::connector;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string input(reinterpret_cast<const char*>(data), size);
   if (extract_json_string(input, "k").find('"') != std::string::npos) std::abort();
-  const std::string text = to_credential_text(parse_credential_text(decode_keychain_output(input)));
+  const std::string text =
+      to_credential_text(parse_credential_text(decode_keychain_output(input)));
   if (to_credential_text(parse_credential_text(text)) != text) std::abort();
   const std::string rest = input.substr(size / 2);
   if (compare_versions(input, rest) != -compare_versions(rest, input)) std::abort();
