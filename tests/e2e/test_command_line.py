@@ -57,7 +57,8 @@ class CommandLine(ConnectorTest):
         for command in (["place-open", "bybit", "BTC_USDT", "buy", "1", "1", number],
                         ["funding", "bybit", "BTC_USDT", number]):
             run = self.connector(*command)
-            self.assertEqual((-signal.SIGABRT, ""), (run.returncode, run.stdout), told(run))
+            self.assertEqual((-signal.SIGABRT, ""), (run.returncode, run.stdout),
+                             told(run))
         self.assertEqual([], self.box.requests)
 
     def test_capabilities_claim_everything_for_six_exchanges_and_nothing_for_six(self):

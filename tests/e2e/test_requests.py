@@ -34,8 +34,8 @@ def read_table():
                 pieces = []
                 kind, _, at = text.partition(" at ")
                 if kind.startswith("headers"):
-                    command = kind.replace("headers", "").replace(" of ", "")
-                    headers.update({(command, host): pieces for host in at.split()})
+                    for command in kind.split()[2:] or [""]:
+                        headers.update({(command, host): pieces for host in at.split()})
                 else:
                     rows.append((text, pieces))
             elif text.startswith("&") or pieces and pieces[-1].endswith((",", "?")):

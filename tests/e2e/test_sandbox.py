@@ -60,8 +60,6 @@ class Switches(ConnectorTest):
 
     def test_a_wrong_request_fails_and_says_why_where_curl_does_not_hide_it(self):
         for path, why in {
-                "fil/okx/1": "there is no switch 'fil'; "
-                             "curl http://sandbox.control/ lists them",
                 "orders": "write /orders/EXCHANGE",
                 "orders/okex": "'okex' is none of bybit okx gate bingx kucoin bitget",
                 "fill/okx/1": "okx has no open order 1; /orders/okx lists them",
