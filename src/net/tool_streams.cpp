@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 namespace morvane::connector {
 namespace {
@@ -48,36 +49,20 @@ std::string words_of_tools(std::string_view said, std::int32_t exit_code) {
   return words;
 }
 
-// Appends pieces as they are cut by fgets and ended by their first NUL.
-class PieceReader {
- public:
-  explicit PieceReader(std::string& output) : output_(output) {}
-
-  void add(std::string_view bytes) {
-    while (!bytes.empty()) {
-      const std::string_view line = bytes.substr(0, bytes.find('\n') + 1);
-      const std::size_t length = std::min(line.empty() ? bytes.size() : line.size(), room_);
-      const std::string_view kept = bytes.substr(0, length);
-      if (!ended_) {
-        output_ += kept.substr(0, kept.find('\0'));
-      }
-      ended_ = ended_ || kept.find('\0') != std::string_view::npos;
-      room_ -= length;
-      bytes.remove_prefix(length);
-      if (room_ == 0 || kept.back() == '\n') {
-        room_ = longest;
-        ended_ = false;
-      }
-    }
+// What fgets would read of `bytes` in pieces of 4095: of a piece, what stands before its first NUL.
+std::string as_read_by_fgets(std::string bytes) {
+  if (bytes.find('\0') == std::string::npos) {
+    return bytes;
   }
-
- private:
-  static constexpr std::size_t longest = 4095;
-
-  std::string& output_;
-  std::size_t room_ = longest;  // of the piece that has begun
-  bool ended_ = false;          // by a NUL
-};
+  constexpr std::size_t longest = 4095;
+  std::string text;
+  for (std::string_view rest = bytes; !rest.empty();) {
+    const std::string_view piece = rest.substr(0, std::min(rest.find('\n'), longest - 1) + 1);
+    text += piece.substr(0, piece.find('\0'));
+    rest.remove_prefix(piece.size());
+  }
+  return text;
+}
 
 }  // namespace
 
@@ -119,7 +104,6 @@ void ErrorPipe::pass_on(std::int32_t exit_code) {
 
 bool collect(int answer, ErrorPipe& errors, std::string& output) {
   std::array<pollfd, 2> ends = {{{answer, POLLIN, 0}, {errors.read_end(), POLLIN, 0}}};
-  PieceReader reader(output);
   std::array<char, 65536> piece;
   while (true) {
     ends[0].revents = ends[1].revents = 0;
@@ -134,8 +118,9 @@ bool collect(int answer, ErrorPipe& errors, std::string& output) {
     }
     const ssize_t count = ::read(answer, piece.data(), piece.size());
     if (count > 0) {
-      reader.add({piece.data(), static_cast<std::size_t>(count)});
+      output.append(piece.data(), static_cast<std::size_t>(count));
     } else if (count == 0 || errno != EINTR) {
+      output = as_read_by_fgets(std::move(output));
       return count == 0;
     }
   }
