@@ -99,10 +99,10 @@ class ConnectorApp {
 
  private:
   bool response_has_bind_state(const std::string& response, const std::string& state) const;
-  // These two change identity and pairing, save the identity and set the health.
+  // These three change identity and pairing, save both and set the health.
   void apply_bound_pairing_state();
   void apply_pending_pairing_state();
-  void save_identity(bool paired);
+  void save_binding(bool paired);
   void persist_pairing_state() { pairing_store_.save(pairing_); }
   void clear_pending_pairing_state();
 

@@ -1,18 +1,48 @@
+#include <algorithm>
+#include <optional>
+#include <string_view>
 #include <utility>
 
 #include "app/connector_app.hpp"
 #include "net/json.hpp"
 #include "net/text.hpp"
-#include "relay/binding.hpp"
 
 // The members of ConnectorApp that bind it to the owner's platform account, the only ones that
 // change what is bound: each asks the relay, applies what the answer says, saves it and answers.
+// Meant: answers are judged by substrings alone; no JSON is parsed, so a blank after a colon is not
+// recognised.
 
 namespace morvane::connector {
 namespace {
 
 std::string connector_label(const DeviceIdentity& identity) {
   return identity.device_label.empty() ? "macOS connector" : identity.device_label;
+}
+
+// The answer to a claim leaves the binding to the owner's signature.
+bool is_claimed(const std::string& response) {
+  return contains(response, R"("status":"ok")") ||
+         contains(response, R"("status":"pending_signature")") ||
+         contains(response, R"("waiting_for_signature")");
+}
+
+// The text after the first "wallet":" up to the next quote; nothing when it holds a control
+// character, which no JSON text can hold: a line feed would begin a line of the state file.
+std::optional<std::string> wallet_in(const std::string& response) {
+  constexpr std::string_view marker = R"("wallet":")";
+  const std::size_t at = response.find(marker);
+  if (at == std::string::npos) {
+    return std::nullopt;
+  }
+  const std::size_t begin = at + marker.size();
+  const std::size_t end = response.find('"', begin);
+  if (end == std::string::npos) {
+    return std::nullopt;
+  }
+  std::string wallet = response.substr(begin, end - begin);
+  const bool is_text = std::none_of(wallet.begin(), wallet.end(),
+                                    [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; });
+  return is_text ? std::optional(std::move(wallet)) : std::nullopt;
 }
 
 // A claim was made, and its wallet is not known yet.
@@ -49,7 +79,6 @@ std::string ConnectorApp::bind_wallet_to_server() {
   std::string response = relay_.bind_wallet(pairing_.owner_wallet_address, identity_.device_id);
   // Meant: bound whatever the relay said, even when it is down.
   apply_bound_pairing_state();
-  persist_pairing_state();
   return response;
 }
 
@@ -62,7 +91,6 @@ std::string ConnectorApp::claim_bind_token(const std::string& token) {
     pairing_.latest_bind_token = token;
     identity_.owner_wallet.clear();
     apply_pending_pairing_state();
-    persist_pairing_state();
   }
   return response;
 }
@@ -94,12 +122,10 @@ std::string ConnectorApp::binding_status() {
   if (response_has_bind_state(response, "authorized")) {
     pairing_.owner_wallet_address = wallet.value_or(pairing_.owner_wallet_address);
     apply_bound_pairing_state();
-    persist_pairing_state();
   } else if (response_has_bind_state(response, "pending_signature")) {
     pairing_.owner_wallet_address = wallet.value_or(pairing_.owner_wallet_address);
     identity_.owner_wallet = wallet.value_or(identity_.owner_wallet);
     apply_pending_pairing_state();
-    persist_pairing_state();
   }
   return response;
 }
@@ -111,8 +137,7 @@ std::string ConnectorApp::disconnect_binding() {
   pairing_.platform_terms_accepted = false;
   clear_pending_pairing_state();
   identity_.owner_wallet.clear();
-  save_identity(false);
-  persist_pairing_state();
+  save_binding(false);
   return json_object({{"status", json_raw("ok")}, {"state", json_raw("disconnected")}});
 }
 
@@ -127,19 +152,20 @@ void ConnectorApp::apply_bound_pairing_state() {
   pairing_.platform_terms_accepted = true;
   clear_pending_pairing_state();
   identity_.owner_wallet = pairing_.owner_wallet_address;
-  save_identity(true);
+  save_binding(true);
 }
 
 void ConnectorApp::apply_pending_pairing_state() {
   pairing_.latest_claimed_connector_id = identity_.device_id;
   pairing_.pairing_status = pairing_status::pending_signature;
   pairing_.wallet_approval_confirmed = false;
-  save_identity(false);
+  save_binding(false);
 }
 
-void ConnectorApp::save_identity(bool paired) {
+void ConnectorApp::save_binding(bool paired) {
   identity_.paired = paired;
   identity_store_.save(identity_);
+  persist_pairing_state();
   health_ = paired ? ConnectorHealth::ready : ConnectorHealth::pairing_required;
 }
 
