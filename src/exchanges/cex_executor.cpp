@@ -40,8 +40,6 @@ Answer close_report(const Account& account, const std::string& symbol,
 
 }  // namespace
 
-CexExecutor::CexExecutor(const KeyVault& vault) : vault_(vault) {}
-
 std::string CexExecutor::place_open(const std::string& exchange, const std::string& symbol,
                                     const std::string& side, const std::string& quantity,
                                     const std::string& price, int leverage) const {

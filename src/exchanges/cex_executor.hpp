@@ -11,7 +11,7 @@ namespace morvane::connector {
 class CexExecutor {
  public:
   // `vault` is borrowed and must outlive the executor.
-  explicit CexExecutor(const KeyVault& vault);
+  explicit CexExecutor(const KeyVault& vault) : vault_(vault) {}
 
   // Sets the leverage, then places a limit order that opens or adds to a position. `side` is "buy"
   // for long, any other text for short; quantity and price are decimal texts, sent as they stand.

@@ -4,8 +4,6 @@
 
 namespace morvane::connector {
 
-CexReader::CexReader(const KeyVault& vault) : vault_(vault) {}
-
 std::string CexReader::get_balance(const std::string& exchange) const {
   return in_frame(vault_, exchange, {"balance"},
                   [](const Account& account) { return account.send(account.adapter().balance()); });

@@ -11,7 +11,7 @@ namespace morvane::connector {
 class CexReader {
  public:
   // `vault` is borrowed and must outlive the reader.
-  explicit CexReader(const KeyVault& vault);
+  explicit CexReader(const KeyVault& vault) : vault_(vault) {}
 
   std::string get_balance(const std::string& exchange) const;
   std::string get_position(const std::string& exchange, const std::string& symbol) const;

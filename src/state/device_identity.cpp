@@ -1,9 +1,7 @@
 #include "state/device_identity.hpp"
 
-#include <filesystem>
 #include <optional>
 #include <random>
-#include <utility>
 
 #include "state/record_text.hpp"
 #include "state/state_files.hpp"
@@ -43,11 +41,10 @@ DeviceIdentity fresh_identity() {
 
 }  // namespace
 
-DeviceIdentityStore::DeviceIdentityStore(std::string root)
-    : root_(std::move(root)), file_(root_ + state_files::identity) {}
+DeviceIdentityStore::DeviceIdentityStore(const std::string& root)
+    : file_(root + state_files::identity) {}
 
 DeviceIdentity DeviceIdentityStore::load_or_create() {
-  std::filesystem::create_directories(root_);
   DeviceIdentity identity;
   std::optional<std::string> text = file_.read();
   if (!text) {
@@ -69,7 +66,6 @@ DeviceIdentity DeviceIdentityStore::load_or_create() {
 }
 
 bool DeviceIdentityStore::save(const DeviceIdentity& identity) const {
-  std::filesystem::create_directories(root_);
   return file_.replace(to_text(identity, identity_fields)) != Kept::refused;
 }
 

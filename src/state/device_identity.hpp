@@ -20,19 +20,17 @@ struct DeviceIdentity {
 // Keeps the identity in device_identity.env under the application root.
 class DeviceIdentityStore {
  public:
-  explicit DeviceIdentityStore(std::string root);
+  explicit DeviceIdentityStore(const std::string& root);  // which exists
 
   // The stored identity, or a fresh random one where the file has no device id. Keeps it; where
   // that fails (a read-only root, a file that cannot be read) every run may have a new identity.
-  // Throws when the root cannot be created or there is no random device.
+  // Throws when there is no random device.
   DeviceIdentity load_or_create();
 
-  // Replaces the file; false when it cannot be opened for writing, or could not be read. Throws
-  // when the root cannot be created.
+  // Replaces the file; false when it cannot be opened for writing, or could not be read.
   bool save(const DeviceIdentity& identity) const;
 
  private:
-  std::string root_;
   StateFile file_;
 };
 

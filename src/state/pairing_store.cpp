@@ -1,9 +1,6 @@
 #include "state/pairing_store.hpp"
 
-#include <filesystem>
-
 #include "state/record_text.hpp"
-#include "state/state_files.hpp"
 
 namespace morvane::connector {
 namespace {
@@ -19,10 +16,6 @@ constexpr RecordFields<PairingState, 7> pairing_fields = {{
 }};
 
 }  // namespace
-
-PairingStore::PairingStore(const std::string& root) : file_(root + state_files::pairing) {
-  std::filesystem::create_directories(root);
-}
 
 PairingState PairingStore::load() const {
   PairingState state;

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "state/private_file.hpp"
+#include "state/state_files.hpp"
 
 namespace morvane::connector {
 
@@ -32,8 +33,8 @@ struct PairingState {
 // Keeps the pairing state in pairing.env under the application root.
 class PairingStore {
  public:
-  // Creates the root; throws std::filesystem::filesystem_error on failure.
-  explicit PairingStore(const std::string& root);
+  // `root` exists.
+  explicit PairingStore(const std::string& root) : file_(root + state_files::pairing) {}
 
   // The stored state; without a readable file "unpaired" and everything else empty.
   PairingState load() const;
