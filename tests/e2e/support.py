@@ -76,12 +76,13 @@ class Check(NamedTuple):
 
 
 # A mount namespace of one's own, in which the folder $1 lies over /usr/bin.
-PRIVATE = ["unshare", "--mount", *(["--user", "--map-root-user"] if os.geteuid() else []), "sh",
-           "-c", 'mount -t overlay x -o lowerdir="$1":/usr/bin /usr/bin && shift && "$@"', "sh"]
+PRIVATE = ["unshare", "--mount",
+           *(["--user", "--map-root-user"] if os.geteuid() else []), "sh", "-c",
+           'mount -t overlay x -o lowerdir="$1":/usr/bin /usr/bin && shift && "$@"', "sh"]
 
 
 def each(*rows):
-    """Runs the test once for each row, whose values it takes; a failure names the row."""
+    """Runs the test for each row, whose values it takes; a failure names the row."""
     def decorate(test):
         @functools.wraps(test)
         def run_rows(self):
@@ -145,8 +146,8 @@ class ConnectorTest(unittest.TestCase):
     def says(self, expected, *arguments, status=0, **options):
         """The run prints exactly this."""
         run = self.connector(*arguments, **options)
-        self.assertEqual((status, expected, ""), (run.returncode, run.stdout, run.stderr),
-                         told(run))
+        self.assertEqual((status, expected, ""),
+                         (run.returncode, run.stdout, run.stderr), told(run))
 
     def body(self, *arguments):
         """The exchange's own document in an answer."""
@@ -160,12 +161,14 @@ class ConnectorTest(unittest.TestCase):
         return [found[0].key, found[0].secret, found[0].passphrase]
 
     def validate(self, exchange, *key, **options):
-        """A check of that key, or else of the demo key, that says nothing on standard error."""
+        """A check of that key, or else of the demo key; standard error stays empty."""
         began = now()
-        run = self.connector("validate", exchange, *(key or self.key(exchange)), **options)
+        key = key or self.key(exchange)
+        run = self.connector("validate", exchange, *key, **options)
         self.assertEqual("", run.stderr, told(run))
         lines = [line.partition("=") for line in run.stdout.split("\n", 7)]
-        self.assertEqual(list(Check._fields[1:]), [name for name, _, _ in lines], told(run))
+        names = tuple(name for name, _, _ in lines)
+        self.assertEqual(Check._fields[1:], names, told(run))
         check = Check(run.returncode, *(value for _, _, value in lines))
         self.assertTrue(began <= check.checked_at <= now(), told(run))
         return check._replace(reason=check.reason[:-1])
@@ -173,26 +176,27 @@ class ConnectorTest(unittest.TestCase):
     def assert_accepted(self, exchange, *key, **options):
         """The check accepts the key, and it is kept."""
         check = self.validate(exchange, *key, **options)
-        self.assertEqual((0, exchange, "valid_trade_ready", "true", "true", "false", "true"),
-                         check[:7], check)
+        expected = (0, exchange, "valid_trade_ready", "true", "true", "false", "true")
+        self.assertEqual(expected, check[:7], check)
         self.assertEqual(f"live {exchange} auth validated", check.reason)
 
     def assert_refused(self, status, pattern, exchange, *key):
         """The check ends so, for a reason of that form, and the key is not kept."""
         check = self.validate(exchange, *key)
-        self.assertEqual((2, exchange, status, "false", "false", "false", "false"),
-                         check[:7], check)
+        expected = (2, exchange, status, "false", "false", "false", "false")
+        self.assertEqual(expected, check[:7], check)
         self.assertRegex(check.reason, rf"\A(?s:{pattern})\Z")
         self.answer("load-credentials", exchange, status=2)
 
     def store_keys(self, *exchanges):
         """Puts a key in the file of each: the demo key, or for a strange name any."""
         for exchange in exchanges:
-            key = self.key(exchange) if exchange in EXCHANGES else ["key", "secret", "phrase"]
+            stranger = exchange not in EXCHANGES
+            key = ["key", "secret", "phrase"] if stranger else self.key(exchange)
             self.write(f"vault/{exchange}.vault", CREDENTIAL.format(exchange, *key))
 
     def refuse_keychain(self):
-        """From here on the keychain, where there is one, takes nothing new, and asks nobody."""
+        """From here on a keychain, if there is one, takes nothing, and asks nobody."""
         folder = os.path.join(self.home, os.path.dirname(KEYCHAIN))
         if os.path.isdir(folder):
             os.chmod(folder, 0o500)
@@ -200,7 +204,7 @@ class ConnectorTest(unittest.TestCase):
             self.be_stopped_by_modes()
 
     def be_stopped_by_modes(self):
-        """From here on the program runs so that the mode of a file can stop it, as root, too."""
+        """From here on the mode of a file can stop the program, root's too."""
         if os.geteuid() == 0 and "--bounding-set=-all" not in self.program:
             self.program[-1:] = [shutil.which("setpriv"), "--inh-caps=-all",
                                  "--bounding-set=-all", CONNECTOR]
@@ -209,9 +213,6 @@ class ConnectorTest(unittest.TestCase):
         """Writes both state files."""
         self.write("device_identity.env", state.identity_text())
         self.write("pairing.env", state.pairing_text())
-
-    def be_bound(self):
-        self.be(BOUND)
 
     def path(self, name):
         """Of a file below the application root."""
@@ -233,7 +234,7 @@ class ConnectorTest(unittest.TestCase):
                       for name in folders + names)
 
     def only_tools(self, *tools, behind="", **scripts):
-        """From here on the PATH leads to these real tools and scripts, and then `behind`.
+        """From here on the PATH leads to these tools and scripts, and then `behind`.
 
         A script runs in sh unless its first line names something else."""
         folder = tempfile.mkdtemp(dir=self.home)
@@ -241,7 +242,8 @@ class ConnectorTest(unittest.TestCase):
             scripts[tool] = f'exec {self.real(tool)} "$@"'
         for name, script in scripts.items():
             with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
-                file.write(script if script.startswith("#!") else f"#!/bin/sh\n{script}\n")
+                first_line = "" if script.startswith("#!") else "#!/bin/sh\n"
+                file.write(f"{first_line}{script}\n")
             os.chmod(file.name, 0o755)
         self.env["PATH"] = folder + behind
 

@@ -124,9 +124,8 @@ class Scripts(ConnectorTest):
 
     def desk_opens(self, expected_status, quantity, options="", typed=b""):
         """At 500 USDT each."""
-        order = f"short {quantity} 50000 5 --contract-size 0.01"
-        return self.script(expected_status, f"desk.py open okx {SYMBOL} {order} {options}",
-                           typed)
+        line = f"desk.py open okx {SYMBOL} short {quantity} 50000 5 --contract-size 0.01"
+        return self.script(expected_status, f"{line} {options}", typed)
 
     def trade(self, expected_status, second_leg):
         """After a first one of 0.01 BTC on Bybit; the return key is pressed once."""

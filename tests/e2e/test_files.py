@@ -21,7 +21,7 @@ class Files(ConnectorTest):
     def setUp(self):
         super().setUp()
         self.refuse_keychain()
-        self.be_bound()
+        self.be(BOUND)
         self.answer("status")
         self.check = ["validate", "bybit", *self.key("bybit")]
 
@@ -113,7 +113,7 @@ class CarelessCallers(ConnectorTest):
 
     def test_what_was_wide_is_narrowed_and_nothing_new_is_wide(self):
         self.refuse_keychain()
-        self.be_bound()
+        self.be(BOUND)
         self.write("vault/x~", "older")
         self.write("updates/Morvane-Connector-latest.dmg", "older")
         for path in [self.root, *map(self.path, self.files())]:

@@ -31,8 +31,8 @@ def waiting(bind_state, status):
 
 class Pairing(ConnectorTest):
     def check(self, command, before, after, printed=None, **answers):
-        """With the files `before`, and these answers of the relay by call, the command makes
-        these calls alone, prints that (or the last answer), and leaves `after`."""
+        """With the files `before`, and these answers of the relay by call, the command
+        makes these calls alone, prints that (or the last answer), and leaves `after`."""
         with self.subTest(command=command, before=before, answers=answers):
             self.be(before)
             self.box.requests.clear()
@@ -48,7 +48,8 @@ class Pairing(ConnectorTest):
                      for one in self.box.requests]
             self.assertEqual(list(answers), calls, told(run))
             left = self.read("device_identity.env") + self.read("pairing.env")
-            self.assertEqual(after.identity_text() + after.pairing_text(), left, told(run))
+            expected = after.identity_text() + after.pairing_text()
+            self.assertEqual(expected, left, told(run))
 
     def test_bind_status_binds_when_the_relay_says_authorized(self):
         named = '{"wallet":"0xNew","bindState":"authorized","wallet":""}'
@@ -82,7 +83,7 @@ class Pairing(ConnectorTest):
         claimed = State(claimed=DEVICE, status="odd")
         self.check("bind-status", claimed, claimed, waiting("pending_signature", "odd"))
 
-    def test_bind_status_without_wallet_asks_by_the_token_and_takes_only_the_wallet(self):
+    def test_bind_status_without_wallet_asks_by_the_token_and_takes_the_wallet(self):
         named = '{"status":"error","wallet":"0xNew"}'
         self.check("bind-status", CLAIMED, renamed(BOUND),
                    claim_token=named, bind_status=AUTHORIZED)
@@ -99,8 +100,8 @@ class Pairing(ConnectorTest):
     def test_claim_token_waits_for_the_signature_when_the_relay_takes_the_token(self):
         for before in ALL:
             after = before._replace(
-                status="pending_signature", token="token-2", claimed=DEVICE, approved="0",
-                identity_wallet="", paired="0")
+                status="pending_signature", token="token-2", claimed=DEVICE,
+                approved="0", identity_wallet="", paired="0")
             for answer in ('{"status":"ok"}', '{"status":"pending_signature"}',
                            '{"state":["waiting_for_signature"]}'):
                 self.check("claim-token token-2", before, after, claim_token=answer)

@@ -7,7 +7,7 @@ import shlex
 import time
 
 from sandbox import Fault, hosts
-from support import EXCHANGES, ConnectorTest, document, each, error, told
+from support import BOUND, EXCHANGES, ConnectorTest, document, each, error, told
 
 TABLE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../requests.txt")
 RELAY = f"https://{hosts.RELAY}"
@@ -51,7 +51,7 @@ class EveryRequest(ConnectorTest):
     def setUp(self):
         super().setUp()
         self.store_keys("hyperliquid", "Bybit", *EXCHANGES)
-        self.be_bound()
+        self.be(BOUND)
         self.rows, self.headers = read_table()
 
     def test_what_goes_out_is_what_the_table_says_and_no_exchange_refuses_it(self):
@@ -121,7 +121,7 @@ class Answers(ConnectorTest):
     def setUp(self):
         super().setUp()
         self.store_keys(*EXCHANGES)
-        self.be_bound()
+        self.be(BOUND)
 
     def answer_everything(self, body, status=200):
         self.box.faults[:] = [Fault.answer(host, status, body)
@@ -166,7 +166,7 @@ class Failures(ConnectorTest):
     def setUp(self):
         super().setUp()
         self.store_keys(*EXCHANGES)
-        self.be_bound()
+        self.be(BOUND)
 
     def fail_curl_with_limit(self, seconds):
         """A curl that fails if it has that limit of time, and prints what looks well."""

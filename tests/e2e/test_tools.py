@@ -5,8 +5,8 @@ import sys
 
 from support import CONNECTOR, ConnectorTest, told
 
-# Says of a line whose last tool a signal killed what bash 3.2, a Mac's sh, says of it. Scripts
-# here name what runs them: where this lies, sh is this one.
+# Says of a line whose last tool a signal killed what bash 3.2, a Mac's sh, says of it.
+# Scripts here name what runs them: where this lies, sh is this one.
 BASH = shutil.which("bash")
 TELLING_SHELL = f"""#!{sys.executable} -IS
 import subprocess, sys
@@ -35,7 +35,8 @@ class Tools(ConnectorTest):
                 self.assertEqual("", run.stderr, told(run))
                 self.assertIn(f"\nstatus={status}\n", run.stdout, told(run))
                 # Where sh is dash, it tells the signal in the tool's place.
-                self.assertRegex(run.stdout, f"\nreason={reason}(Killed)?\n\\Z", told(run))
+                told_reason = rf"\nreason={reason}(Killed)?\n\Z"
+                self.assertRegex(run.stdout, told_reason, told(run))
 
     def test_a_megabyte_of_chatter_is_passed_on_and_holds_nobody_up(self):
         self.stand_in(openssl="yes chatter | head -c 1000000 >&2; "
