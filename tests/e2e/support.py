@@ -78,7 +78,8 @@ class Check(NamedTuple):
 # A mount namespace of one's own, in which the folder $1 lies over /usr/bin.
 PRIVATE = ["unshare", "--mount",
            *(["--user", "--map-root-user"] if os.geteuid() else []), "sh", "-c",
-           'mount -t overlay x -o lowerdir="$1":/usr/bin /usr/bin && shift && "$@"', "sh"]
+           'mount -t overlay x -o lowerdir="$1":/usr/bin /usr/bin && shift && "$@"',
+           "sh"]
 
 
 def each(*rows):
@@ -95,13 +96,6 @@ def each(*rows):
 
 def now():
     return time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime())
-
-
-def told(run):
-    """A run, for the message of an assertion about it."""
-    return (f"\n--- {shlex.join(run.args)}\n--- exit status {run.returncode}"
-            f"\n--- standard output:\n{run.stdout[:4000]}"
-            f"\n--- standard error:\n{run.stderr[:4000]}")
 
 
 def document(status, **members):
@@ -132,22 +126,37 @@ class ConnectorTest(unittest.TestCase):
         self.root = os.path.join(self.home, ".morvane-connector")
         self.env = dict(self.box.env, HOME=self.home, TZ="XXX-9")
         self.program = [CONNECTOR]
+        self.last_run = None
+
+    def _formatMessage(self, msg, standardMsg):
+        """What every failed assertion says: it tells of the last run, too."""
+        said, run = super()._formatMessage(msg, standardMsg), self.last_run
+        return said if run is None else (
+            f"{said}\n--- {shlex.join(run.args)}\n--- exit status {run.returncode}"
+            f"\n--- standard output:\n{run.stdout[:4000]}"
+            f"\n--- standard error:\n{run.stderr[:4000]}")
+
+    def run_tool(self, *words, **options):
+        """A run of any program, in the sandbox and in HOME."""
+        options = {"env": self.env, "cwd": self.home, **options}
+        self.last_run = self.box.run(words, **options)
+        return self.last_run
 
     def connector(self, *arguments, **options):
         """A run of the program, whatever it says and however it ends."""
-        return self.box.run([*self.program, *arguments], env=self.env, **options)
+        return self.run_tool(*self.program, *arguments, **options)
 
     def answer(self, *arguments, status=0, **options):
         """The standard output of a run with that exit status that says nothing else."""
         run = self.connector(*arguments, **options)
-        self.assertEqual((status, ""), (run.returncode, run.stderr), told(run))
+        self.assertEqual((status, ""), (run.returncode, run.stderr))
         return run.stdout
 
     def says(self, expected, *arguments, status=0, **options):
         """The run prints exactly this."""
         run = self.connector(*arguments, **options)
         self.assertEqual((status, expected, ""),
-                         (run.returncode, run.stdout, run.stderr), told(run))
+                         (run.returncode, run.stdout, run.stderr))
 
     def body(self, *arguments):
         """The exchange's own document in an answer."""
@@ -165,26 +174,26 @@ class ConnectorTest(unittest.TestCase):
         began = now()
         key = key or self.key(exchange)
         run = self.connector("validate", exchange, *key, **options)
-        self.assertEqual("", run.stderr, told(run))
+        self.assertEqual("", run.stderr)
         lines = [line.partition("=") for line in run.stdout.split("\n", 7)]
         names = tuple(name for name, _, _ in lines)
-        self.assertEqual(Check._fields[1:], names, told(run))
+        self.assertEqual(Check._fields[1:], names)
         check = Check(run.returncode, *(value for _, _, value in lines))
-        self.assertTrue(began <= check.checked_at <= now(), told(run))
+        self.assertTrue(began <= check.checked_at <= now())
         return check._replace(reason=check.reason[:-1])
 
     def assert_accepted(self, exchange, *key, **options):
         """The check accepts the key, and it is kept."""
         check = self.validate(exchange, *key, **options)
         expected = (0, exchange, "valid_trade_ready", "true", "true", "false", "true")
-        self.assertEqual(expected, check[:7], check)
+        self.assertEqual(expected, check[:7])
         self.assertEqual(f"live {exchange} auth validated", check.reason)
 
     def assert_refused(self, status, pattern, exchange, *key):
         """The check ends so, for a reason of that form, and the key is not kept."""
         check = self.validate(exchange, *key)
         expected = (2, exchange, status, "false", "false", "false", "false")
-        self.assertEqual(expected, check[:7], check)
+        self.assertEqual(expected, check[:7])
         self.assertRegex(check.reason, rf"\A(?s:{pattern})\Z")
         self.answer("load-credentials", exchange, status=2)
 

@@ -7,7 +7,7 @@ import sys
 from decimal import Decimal
 
 from sandbox import Fault, hosts
-from support import CONNECTOR, EXCHANGES, TRADING, ConnectorTest, each, told
+from support import CONNECTOR, EXCHANGES, TRADING, ConnectorTest, each
 
 EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../examples")
 sys.path.insert(0, EXAMPLES)
@@ -117,9 +117,8 @@ class Scripts(ConnectorTest):
         """What it prints when that is typed."""
         name, *arguments = line.split()
         file = os.path.join(EXAMPLES, name)
-        run = self.box.run([sys.executable, "-B", file, *arguments], env=self.env,
-                           input=typed)
-        self.assertEqual(expected_status, run.returncode, told(run))
+        run = self.run_tool(sys.executable, "-B", file, *arguments, input=typed)
+        self.assertEqual(expected_status, run.returncode)
         return run.stdout + run.stderr
 
     def desk_opens(self, expected_status, quantity, options="", typed=b""):

@@ -95,7 +95,7 @@ class Files(ConnectorTest):
 
     def test_with_an_empty_home_the_root_lies_where_the_caller_stands(self):
         self.env["HOME"] = ""
-        self.assertIn("device_id=" + DEVICE, self.answer("status", cwd=self.home))
+        self.assertIn("device_id=" + DEVICE, self.answer("status"))
 
 
 class CarelessCallers(ConnectorTest):

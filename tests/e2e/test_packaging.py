@@ -5,7 +5,7 @@ import re
 import shlex
 import shutil
 
-from support import CONNECTOR, EXCHANGES, TRADING, ConnectorTest, each, told
+from support import CONNECTOR, EXCHANGES, TRADING, ConnectorTest, each
 
 TREE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
 PROGRAM = "bin/morvane-connector"
@@ -19,21 +19,14 @@ class PackagingTest(ConnectorTest):
     def setUp(self):
         super().setUp()
         build = os.path.dirname(CONNECTOR)
-        self.run_tool("cmake", "--install", build, "--prefix", self.home)
+        self.run_tool("cmake", "--install", build, "--prefix", self.home, check=True)
         self.program = [os.path.join(self.home, PROGRAM)]
-
-    def run_tool(self, *words):
-        """What it prints, run in HOME, where everything is installed."""
-        run = self.box.run(words, env=self.env, cwd=self.home)
-        self.assertEqual(0, run.returncode, told(run))
-        return run.stdout
 
     def commands(self):
         """Those that the program itself names."""
-        run = self.connector()
-        usage = re.search("<(.*)>", run.stderr)
-        self.assertTrue(usage, f"No commands are named: {told(run)}")
-        return usage[1].split("|")
+        usage = self.connector().stderr
+        self.assertRegex(usage, "<.*>")
+        return re.search("<(.*)>", usage)[1].split("|")
 
 
 class Pages(PackagingTest):
@@ -117,7 +110,7 @@ class Completion(PackagingTest):
         program = ASK[shell].format(
             words=shlex.join(words), count=len(words), line=shlex.quote(" ".join(words)),
             completion=COMPLETIONS[shell])
-        return self.run_tool(shell, "-c", program).splitlines()
+        return self.run_tool(shell, "-c", program, check=True).stdout.splitlines()
 
     @each(*((shell, line) for shell in COMPLETIONS for line in OFFERS))
     def test_each_shell_offers_what_can_be_typed(self, shell, line):

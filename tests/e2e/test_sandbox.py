@@ -55,7 +55,7 @@ class Switches(ConnectorTest):
         """The exit status of `curl -f`, what it printed, and what the sandbox said."""
         said = io.StringIO()
         with contextlib.redirect_stderr(said):
-            done = self.box.run(["curl", "-sf", f"http://sandbox.control/{path}"])
+            done = self.run_tool("curl", "-sf", f"http://sandbox.control/{path}")
         return done.returncode, done.stdout, said.getvalue()
 
     def test_a_wrong_request_fails_and_says_why_where_curl_does_not_hide_it(self):

@@ -3,7 +3,7 @@
 import shutil
 import sys
 
-from support import CONNECTOR, ConnectorTest, told
+from support import CONNECTOR, ConnectorTest
 
 # Says of a line whose last tool a signal killed what bash 3.2, a Mac's sh, says of it.
 # Scripts here name what runs them: where this lies, sh is this one.
@@ -32,11 +32,11 @@ class Tools(ConnectorTest):
             with self.subTest(tool):
                 self.program, self.env["PATH"] = [CONNECTOR], self.box.env["PATH"]
                 run = self.validate(exchange, **{tool: KILLED})
-                self.assertEqual("", run.stderr, told(run))
-                self.assertIn(f"\nstatus={status}\n", run.stdout, told(run))
+                self.assertEqual("", run.stderr)
+                self.assertIn(f"\nstatus={status}\n", run.stdout)
                 # Where sh is dash, it tells the signal in the tool's place.
                 told_reason = rf"\nreason={reason}(Killed)?\n\Z"
-                self.assertRegex(run.stdout, told_reason, told(run))
+                self.assertRegex(run.stdout, told_reason)
 
     def test_a_megabyte_of_chatter_is_passed_on_and_holds_nobody_up(self):
         self.stand_in(openssl="yes chatter | head -c 1000000 >&2; "

@@ -71,8 +71,8 @@ class Manifest(Updates):
 
     def test_what_a_release_writes_is_read(self):
         self.write("../Morvane-Connector-0.2.0.dmg", "image")
-        written = self.box.run([HERE + "/../../packaging/write_manifest", "0.2.0",
-                                "Morvane-Connector-0.2.0.dmg", HOST], cwd=self.home)
+        written = self.run_tool(HERE + "/../../packaging/write_manifest", "0.2.0",
+                                "Morvane-Connector-0.2.0.dmg", HOST)
         self.publish(written.stdout)
         self.assertIn('"latest_version":"0.2.0","update_available":true,'
                       '"channel":"stable"', self.answer("update-check"))
@@ -85,13 +85,12 @@ class Download(Updates):
         self.says(document(
             "ok", current_version="0.1.0", latest_version=version, update_available=True,
             downloaded=True, downloaded_to=self.path(image_name(name or version)),
-            latest_file=self.path(LATEST), dmg_url=url),
-            "update-download", cwd=self.home)
+            latest_file=self.path(LATEST), dmg_url=url), "update-download")
 
     def assert_no_download(self, url=IMAGE):
         self.announce("9", url)
         self.says(error("update_download_failed", latest_version="9", dmg_url=url),
-                  "update-download", cwd=self.home)
+                  "update-download")
 
     def test_a_newer_image_is_kept_under_its_version_and_as_the_latest(self):
         self.assert_downloads("0.2.0")

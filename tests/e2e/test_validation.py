@@ -150,7 +150,7 @@ class FailingTools(ConnectorTest):
         for module in ("json", "hmac", "hashlib", "base64", "datetime", "urllib", "http",
                        "ssl", "socket", "sitecustomize"):
             self.write(f"../{module}.py", "open('ran', 'w')\n")
-        self.assert_accepted(exchange, cwd=self.home)
+        self.assert_accepted(exchange)
         self.assertNotIn("ran", os.listdir(self.home))
 
     @each(*PROBED)
