@@ -169,11 +169,11 @@ class ConnectorTest(unittest.TestCase):
         self.assertTrue(found, f"The sandbox has no key {wanted}.")
         return [found[0].key, found[0].secret, found[0].passphrase]
 
-    def validate(self, exchange, *key, **options):
+    def validate(self, exchange, *key):
         """A check of that key, or else of the demo key; standard error stays empty."""
         began = now()
         key = key or self.key(exchange)
-        run = self.connector("validate", exchange, *key, **options)
+        run = self.connector("validate", exchange, *key)
         self.assertEqual("", run.stderr)
         lines = [line.partition("=") for line in run.stdout.split("\n", 7)]
         names = tuple(name for name, _, _ in lines)
@@ -182,9 +182,9 @@ class ConnectorTest(unittest.TestCase):
         self.assertTrue(began <= check.checked_at <= now())
         return check._replace(reason=check.reason[:-1])
 
-    def assert_accepted(self, exchange, *key, **options):
+    def assert_accepted(self, exchange, *key):
         """The check accepts the key, and it is kept."""
-        check = self.validate(exchange, *key, **options)
+        check = self.validate(exchange, *key)
         expected = (0, exchange, "valid_trade_ready", "true", "true", "false", "true")
         self.assertEqual(expected, check[:7])
         self.assertEqual(f"live {exchange} auth validated", check.reason)

@@ -7,11 +7,13 @@ import sys
 from decimal import Decimal
 
 from sandbox import Fault, hosts
-from support import CONNECTOR, EXCHANGES, TRADING, ConnectorTest, each
+from support import CONNECTOR, ConnectorTest, each
 
 EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../examples")
 sys.path.insert(0, EXAMPLES)
 import answers  # noqa: E402
+
+KNOWN = tuple(answers.UNITS)
 
 SYMBOL = "BTC_USDT"
 FUNDED = {"bybit": Decimal("-0.059"), "gate": Decimal("-0.059"),
@@ -39,7 +41,7 @@ class Answers(ConnectorTest):
 
     def setUp(self):
         super().setUp()
-        self.store_keys(*EXCHANGES)
+        self.store_keys(*KNOWN)
 
     def read(self, name, *command, about=None):
         """What both functions of that name make of the command's answer: the same."""
@@ -73,13 +75,13 @@ class Answers(ConnectorTest):
             if order.fee is not None:  # KuCoin's orders do not tell it
                 self.assertEqual(-kept.fee, order.fee)
 
-    @each(*EXCHANGES)
+    @each(*KNOWN)
     def test_accounts_and_refusals_are_read_as_the_exchange_has_them(self, exchange):
         self.check_account(exchange)
         why = self.read("refusal", "cancel-order", exchange, SYMBOL, "1")
         self.assertRegex(why, REFUSALS[exchange])
 
-    @each(*TRADING)
+    @each(*answers.PLACED)
     def test_what_is_traded_is_read_as_the_account_has_it(self, exchange):
         account = self.box.account(exchange)
         trade = (exchange, SYMBOL, "sell", QUANTITY[exchange])
@@ -97,7 +99,7 @@ class Answers(ConnectorTest):
 
     @each({}, {"message": "Bad Gateway"}, [], None)
     def test_a_document_of_somebody_else_is_no_refusal(self, strange):
-        for exchange in EXCHANGES:
+        for exchange in KNOWN:
             with self.assertRaises(answers.UNREADABLE):
                 answers.order(exchange, strange)
 
@@ -110,7 +112,7 @@ class Scripts(ConnectorTest):
 
     def setUp(self):
         super().setUp()
-        self.store_keys(*TRADING)
+        self.store_keys(*answers.PLACED)
         self.stand_in(**{"morvane-connector": f'exec {CONNECTOR} "$@"'})
 
     def script(self, expected_status, line, typed):
