@@ -16,7 +16,6 @@ from sandbox.home import KEYCHAIN, furnish
 
 CONNECTOR = os.path.abspath(os.environ["MORVANE_CONNECTOR"])
 EXCHANGES = tuple(hosts.BY_EXCHANGE)
-TRADING = ("bybit", "okx", "gate")  # those that take orders; a new one is added here
 DEVICE = "device:macos:0123456789ab"
 # The state files as the program writes them. A state's words are filled in by name.
 IDENTITY = """\
