@@ -8,7 +8,7 @@ import sys
 import unittest
 
 from sandbox.exchanges.bybit import Bybit
-from support import CONNECTOR, ConnectorTest, error
+from support import CONNECTOR, EXCHANGES, ConnectorTest, error
 
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
 
@@ -61,7 +61,7 @@ class Switches(ConnectorTest):
     def test_a_wrong_request_fails_and_says_why_where_curl_does_not_hide_it(self):
         for path, why in {
                 "orders": "write /orders/EXCHANGE",
-                "orders/okex": "'okex' is none of bybit okx gate bingx kucoin bitget",
+                "orders/okex": f"'okex' is none of {' '.join(EXCHANGES)}",
                 "fill/okx/1": "okx has no open order 1; /orders/okx lists them",
                 "mark/BTC/0": "'0' is no price"}.items():
             with self.subTest(path):
