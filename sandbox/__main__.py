@@ -2,6 +2,7 @@
 
 import argparse
 import os
+import shutil
 import signal
 import subprocess
 import sys
@@ -20,27 +21,9 @@ Switches: curl http://sandbox.control/
 Leave with exit or Ctrl-D: everything in here is gone then.
 """
 
-# The settings of each shell that is at home here, below HOME. A shell that is started within
-# another reads its own, and so says as well where it is.
-SETTINGS = {".bashrc": """\
-PS1='(sandbox) \\w \\$ '
-PROMPT_COMMAND=
-completions=$SANDBOX_SHARE/bash-completion/completions/morvane-connector
-[ ! -r "$completions" ] || . "$completions"
-""", ".zshrc": """\
-PROMPT='(sandbox) %~ %# ' RPROMPT= HISTSIZE=1000 SAVEHIST=1000
-fpath=("$SANDBOX_SHARE/zsh/site-functions" $fpath)
-autoload -Uz compinit && compinit -u -D
-""", ".config/fish/config.fish": """\
-set -g fish_greeting
-function fish_prompt
-    echo -n "(sandbox) "(prompt_pwd)" > "
-end
-set -p fish_complete_path $SANDBOX_SHARE/fish/vendor_completions.d
-"""}
-# A fish that finds one of these does not read all manuals to make completions of them: a job of
-# minutes, which would go on writing after the sandbox is gone. (Of the version 3, and of 4.)
-NO_JOB = (".local/share/fish/generated_completions", ".cache/fish/generated_completions")
+# A HOME with settings for each shell that is at home here. A shell that is started within another
+# reads its own, and so says as well where it is.
+SHELLS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "shells")
 
 
 def main() -> int:
@@ -84,13 +67,7 @@ def _shell(env: dict[str, str], share: str) -> list[str]:
     env.update(SANDBOX_SHARE=share, ZDOTDIR=home, HISTFILE=home + "/.history", SHELL=shell,
                PS1="(sandbox) $ ", MANPATH=share + "/man:" + env.get("MANPATH", ""),
                SHELL_SESSIONS_DISABLE="1", BASH_SILENCE_DEPRECATION_WARNING="1")
-    for folder in NO_JOB:
-        os.makedirs(os.path.join(home, folder))
-    for name, text in SETTINGS.items():
-        path = os.path.join(home, name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "w", encoding="ascii") as file:
-            file.write(text)
+    shutil.copytree(SHELLS, home, dirs_exist_ok=True)
     sys.stderr.write(GREETING)
     return [shell]
 

@@ -4,7 +4,7 @@ import time
 from collections.abc import Callable
 from dataclasses import dataclass
 from decimal import Decimal
-from typing import Optional
+from typing import Union
 
 NOTHING = Decimal(0)
 FEE_RATE = Decimal("0.0005")
@@ -35,6 +35,8 @@ class Contract:
 
 @dataclass
 class Order:
+    """Once it is filled it is a booking, too."""
+
     id: str
     contract: Contract
     buy: bool
@@ -44,11 +46,17 @@ class Order:
     closes: bool  # and never opens
     position_side: str  # long or short where both can be held at once, else empty
     created_ms: int
-    updated_ms: int
+    time_ms: int  # of its last change
     state: str = "open"  # or filled, cancelled
     filled: Decimal = NOTHING
     average: Decimal = NOTHING
     fee: Decimal = NOTHING
+    closed: Decimal = NOTHING  # how much of a position it closed
+    entry_price: Decimal = NOTHING  # of that position
+    open_fee: Decimal = NOTHING  # what opening the closed part had cost
+    profit: Decimal = NOTHING  # before fees
+    balance: Decimal = NOTHING  # the wallet after it
+    kind = "trade"
 
     @property
     def side(self) -> str:
@@ -57,10 +65,6 @@ class Order:
     @property
     def signed(self) -> Decimal:
         return self.quantity if self.buy else -self.quantity
-
-    @property
-    def fill_price(self) -> Optional[Decimal]:
-        return self.average if self.filled else None
 
     @property
     def is_open(self) -> bool:
@@ -78,6 +82,27 @@ class Order:
     def margin(self) -> Decimal:
         opened = NOTHING if self.closes else self.quantity
         return opened * self.contract.unit * self.price / self.leverage
+
+    @property
+    def change(self) -> Decimal:
+        return self.profit - self.fee
+
+    @property
+    def fees(self) -> Decimal:
+        return self.open_fee + self.fee
+
+    @property
+    def realised(self) -> Decimal:
+        return self.profit - self.fees
+
+
+@dataclass
+class Funding:
+    time_ms: int
+    contract: Contract
+    change: Decimal
+    balance: Decimal = NOTHING  # the wallet after it
+    kind = "funding"
 
 
 @dataclass
@@ -119,43 +144,18 @@ class Position:
     def unrealised(self) -> Decimal:
         return self.quantity * self.contract.unit * (self.contract.mark - self.entry_price)
 
-
-@dataclass
-class Entry:
-    """One booking: funding, or what an order opened or closed when it was filled."""
-
-    time_ms: int
-    contract: Contract
-    funding: Decimal = NOTHING
-    profit: Decimal = NOTHING
-    fee: Decimal = NOTHING
-    order: Optional[Order] = None
-    quantity: Decimal = NOTHING
-    closes: bool = False
-    entry_price: Decimal = NOTHING  # of the position that it closes
-    open_fee: Decimal = NOTHING  # what opening the closed part has cost
-    balance: Decimal = NOTHING  # the wallet after it
-    kind: str = "trade"
-
-    @property
-    def gain(self) -> Decimal:
-        return self.funding + self.profit
-
-    @property
-    def change(self) -> Decimal:
-        return self.gain - self.fee
-
-    @property
-    def fees(self) -> Decimal:
-        return self.open_fee + self.fee
-
-    @property
-    def realised(self) -> Decimal:
-        return self.profit - self.fees
-
-    @property
-    def signed(self) -> Decimal:
-        return self.quantity if self.order.buy else -self.quantity
+    def take(self, order: Order) -> None:
+        """What a filled order makes of it. The fee of one that turns it is all for closing."""
+        turned = order.quantity > order.closed > 0
+        if turned or not self.quantity:
+            self.opened_ms, self.realised = order.time_ms, NOTHING
+        opened, before = order.quantity - order.closed, self.size - order.closed
+        self.quantity += order.signed
+        if opened:
+            self.entry_price = (self.entry_price * before + order.average * opened) / self.size
+        self.open_fee += -order.open_fee if order.closed else order.fee
+        self.realised += NOTHING if turned else order.change
+        self.updated_ms = order.time_ms
 
 
 class Account:
@@ -167,12 +167,11 @@ class Account:
         self._new_order_id = new_order_id
         self.orders: dict[str, Order] = {}
         self.positions: dict[tuple[str, str], Position] = {}  # of nothing, too
-        self.ledger: list[Entry] = []
+        self.ledger: list[Union[Order, Funding]] = []
         self._start = self.balance = 10_000 - sum(Decimal(row[2]) for row in FUNDING)
         by_coin = {contract.coin: contract for contract in self.contracts.values()}
         for coin, minutes, amount in FUNDING:
-            self._book(Entry(now_ms() - minutes * 60_000, by_coin[coin], Decimal(amount),
-                             kind="funding"))
+            self._book(Funding(now_ms() - minutes * 60_000, by_coin[coin], Decimal(amount)))
 
     def contract(self, symbol: str) -> Contract:
         if symbol not in self.contracts:
@@ -224,7 +223,7 @@ class Account:
         if quantity <= 0 or quantity % contract.step:
             raise Refused("quantity")
         if price <= 0:
-            raise Refused("price")
+            raise Refused("invalid", "price")
         closes = reduce_only or side == ("short" if buy else "long")
         order = Order(self._new_order_id(), contract, buy, quantity, price,
                       self.position(contract, side).leverage, closes, side, now_ms(), now_ms())
@@ -239,7 +238,7 @@ class Account:
     def cancel(self, order: Order) -> None:
         if not order.is_open:
             raise Refused("cancel")
-        order.state, order.updated_ms = "cancelled", now_ms()
+        order.state, order.time_ms = "cancelled", now_ms()
 
     def set_mark(self, coin: str, price: Decimal) -> None:
         """Fills the orders that it crosses."""
@@ -264,37 +263,19 @@ class Account:
             self.cancel(order)
             return
         order.quantity = closed if order.closes else order.quantity
-        order.state, order.updated_ms, order.average = "filled", now_ms(), price
+        order.state, order.time_ms = "filled", now_ms()
+        order.filled, order.average, order.closed = order.quantity, price, closed
+        order.fee = _money(order.quantity * order.contract.unit * price * FEE_RATE)
         held = self.position(order.contract, order.position_side)
         if closed:
             share = closed / held.size
             gained = (price - held.entry_price) * order.contract.unit * held.quantity * share
-            self._trade(held, order, closed, _money(gained), closes=True,
-                        entry_price=held.entry_price, open_fee=_money(held.open_fee * share))
-        if order.quantity > closed:
-            if not held.quantity:
-                held = Position(order.contract, order.position_side, held.leverage)
-                self.positions[order.contract.symbol, order.position_side] = held
-            self._trade(held, order, order.quantity - closed, NOTHING)
+            order.profit, order.entry_price = _money(gained), held.entry_price
+            order.open_fee = _money(held.open_fee * share)
+        self._book(order)
+        held.take(order)
 
-    def _trade(self, held: Position, order: Order, quantity: Decimal, profit: Decimal,
-               **closing) -> None:
-        fee = _money(quantity * order.contract.unit * order.average * FEE_RATE)
-        entry = Entry(order.updated_ms, order.contract, NOTHING, profit, fee, order, quantity,
-                      **closing)
-        self._book(entry)
-        order.filled += quantity
-        order.fee += fee
-        if not entry.closes:
-            paid = held.entry_price * held.size + order.average * quantity
-            held.entry_price = paid / (held.size + quantity)
-        held.quantity += entry.signed
-        held.realised += entry.change
-        held.open_fee += -entry.open_fee if entry.closes else fee
-        held.opened_ms = held.opened_ms or entry.time_ms
-        held.updated_ms = entry.time_ms
-
-    def _book(self, entry: Entry) -> None:
+    def _book(self, entry: Union[Order, Funding]) -> None:
         self.balance += entry.change
         entry.balance = self.balance
         self.ledger.append(entry)

@@ -1,4 +1,4 @@
-"""The sandbox: a world behind a proxy, and the environment that leads there."""
+"""The sandbox: the services by host, and the environment that leads to them."""
 
 import os
 import re
@@ -7,27 +7,21 @@ import ssl
 import subprocess
 import sys
 import tempfile
+import threading
 from collections.abc import Sequence
 from contextlib import ExitStack
+from importlib import import_module
 from typing import Any
 
 from . import hosts
+from .account import Account, Refused
+from .control import Control
+from .exchanges.call import ApiKey
+from .exchanges.exchange import Exchange
 from .home import furnish
-from .http_message import take_fault, wire_text
-from .proxy import Proxy
-from .world import World
-
-CERTIFICATE = """\
-[req]
-distinguished_name = name
-x509_extensions = itself
-[name]
-[itself]
-basicConstraints = critical, CA:true
-keyUsage = critical, digitalSignature, keyCertSign
-extendedKeyUsage = serverAuth
-subjectKeyIdentifier = hash
-subjectAltName = """ + ", ".join("DNS:" + host for host in hosts.BY_SCHEME["https"])
+from .http_message import Fault, Request, Response, wire_text
+from .platform_hosts import Downloads, Relay
+from .proxy import Proxy, certify
 
 # What passes of the caller's environment: the terminal, the language, where programs, manuals and
 # temporary files are, and what an instrumented connector is told. Much of the rest moves what curl,
@@ -37,16 +31,17 @@ PASSING = re.compile("TERM|TERMINFO|COLORTERM|COLUMNS|LINES|NO_COLOR|LANG|LANGUA
                      "(A|L|UB)SAN_OPTIONS|MallocNanoZone|GCOV_[A-Z_]+")
 
 
-class Sandbox(World):
+class Sandbox:
     """A context: everything is there between enter and exit, and gone afterwards.
 
     `path` holds directories that come first on the PATH of what is run inside.
     """
 
     def __init__(self, path: Sequence[str] = ()) -> None:
-        super().__init__()
         self._path = [os.path.abspath(directory) for directory in path]
         self._certificates: dict[str, ssl.SSLContext] = {}
+        self._lock = threading.Lock()
+        self.reset()
 
     def __enter__(self) -> "Sandbox":
         with ExitStack() as stack:
@@ -54,15 +49,57 @@ class Sandbox(World):
             stack.callback(shutil.rmtree, self._folder, ignore_errors=True)
             self.home = self._new_folder("home")
             furnish(self.home)
-            self._certificates["known"] = self._new_certificate("known")
-            self._proxy = Proxy(self, self._certificate)
-            stack.callback(self._proxy.close)
-            self.env = self._environment()
+            self._certificates["known"] = certify(self._new_folder("known"))
+            proxy = Proxy(self)
+            stack.callback(proxy.server_close)
+            stack.callback(proxy.shutdown)
+            self.env = self._environment(proxy.url)
             self._stack = stack.pop_all()
         return self
 
     def __exit__(self, *_: object) -> None:
         self._stack.close()
+
+    def reset(self) -> None:
+        """Everything outside as at the start."""
+        with self._lock:
+            self.requests: list[Request] = []
+            # Why an exchange did not accept the key, time, signature or passphrase of a request.
+            self.refusals: list[Refused] = []
+            self.faults: list[Fault] = []
+            self.relay, self.downloads = Relay(), Downloads()
+            self._exchanges: dict[str, Exchange] = {}
+            self._services = {hosts.RELAY: self.relay.handle, hosts.CONTROL: Control(self),
+                              hosts.DOWNLOAD: self.downloads.handle}
+            for name, its_hosts in hosts.BY_EXCHANGE.items():
+                module = import_module(f"{__package__}.exchanges.{name}")
+                self._exchanges[name] = getattr(module, name.capitalize())(self.refusals)
+                self._services.update(dict.fromkeys(its_hosts, self._exchanges[name].handle))
+
+    def keys(self, exchange: str) -> list[ApiKey]:
+        """The keys that the exchange knows; append to it."""
+        return self._exchanges[exchange].keys
+
+    def account(self, exchange: str) -> Account:
+        return self._exchanges[exchange].account
+
+    def handle(self, request: Request) -> tuple[Response, str]:
+        """The answer, and how it is delivered. One request is handled at a time."""
+        with self._lock:
+            self.requests.append(request)
+            fault = next((one for one in self.faults if one.fits(request)), Fault(request.host))
+            if fault.times:
+                fault.times -= 1
+            response = fault.response or self._services[request.host](request)
+            return response, fault.delivery
+
+    def certificate(self, host: str) -> ssl.SSLContext:
+        with self._lock:
+            spoiled = any(one.host == host and one.unvouched for one in self.faults)
+            name = "stranger" if spoiled else "known"
+            if name not in self._certificates:
+                self._certificates[name] = certify(self._new_folder(name))
+            return self._certificates[name]
 
     def run(self, argv: Sequence[str], **options: Any) -> "subprocess.CompletedProcess[Any]":
         """Runs a command inside; its output comes as text, byte for byte.
@@ -79,32 +116,11 @@ class Sandbox(World):
         os.mkdir(os.path.join(self._folder, name), mode=0o700)
         return os.path.join(self._folder, name)
 
-    def _new_certificate(self, name: str) -> ssl.SSLContext:
-        """For all hosts, and its own authority; it lies in a folder of that name."""
-        folder = self._new_folder(name)
-        with open(os.path.join(folder, "openssl.cnf"), "w", encoding="ascii") as out:
-            out.write(CERTIFICATE)
-        files = [os.path.join(folder, file) for file in ("certificate.pem", "key.pem")]
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-sha256",
-                        "-days", "7", "-subj", "/CN=Morvane sandbox", "-config", out.name,
-                        "-out", files[0], "-keyout", files[1]],
-                       env=_passing(), stdin=subprocess.DEVNULL, capture_output=True, check=True)
-        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(*files)
-        return context
-
-    def _certificate(self, host: str) -> ssl.SSLContext:
-        with self.lock:
-            name = "stranger" if take_fault(self.faults, host, unvouched=True) else "known"
-            if name not in self._certificates:
-                self._certificates[name] = self._new_certificate(name)
-            return self._certificates[name]
-
-    def _environment(self) -> dict[str, str]:
+    def _environment(self, proxy: str) -> dict[str, str]:
         """What passes of the caller's, and what leads into this world."""
         authority = os.path.join(self._folder, "known", "certificate.pem")
-        env = _passing()
-        env.update(HOME=self.home, https_proxy=self._proxy.url, http_proxy=self._proxy.url,
+        env = {name: value for name, value in os.environ.items() if PASSING.fullmatch(name)}
+        env.update(HOME=self.home, https_proxy=proxy, http_proxy=proxy,
                    CURL_CA_BUNDLE=authority, SSL_CERT_FILE=authority, SANDBOX_AUTHORITY=authority,
                    PYTHONPATH=os.path.join(os.path.dirname(os.path.abspath(__file__)), "python"),
                    PYTHONDONTWRITEBYTECODE="1", MORVANE_RELAY_URL="https://" + hosts.RELAY)
@@ -115,7 +131,3 @@ class Sandbox(World):
             os.symlink(sys.executable, os.path.join(path[-1], "python3"))
         env["PATH"] = os.pathsep.join(path + [env.get("PATH", os.defpath)])
         return env
-
-
-def _passing() -> dict[str, str]:
-    return {name: value for name, value in os.environ.items() if PASSING.fullmatch(name)}

@@ -1,19 +1,21 @@
 """http://sandbox.control/: switches for what happens outside, and what was asked of it."""
 
-import inspect
 import re
 import sys
 from collections.abc import Sequence
 from decimal import Decimal
+from inspect import signature
 from typing import Any
 from urllib.parse import unquote
 
 from . import hosts
-from .account import MARKS, Account
-from .http_message import Request, Response
+from .account import MARKS
+from .http_message import Fault, Request, Response
 
 HOSTS = {**hosts.BY_EXCHANGE, "relay": (hosts.RELAY,), "download": (hosts.DOWNLOAD,),
          **{host: (host,) for host in hosts.BY_SCHEME["https"]}}
+KNOWN = {"exchange": hosts.BY_EXCHANGE, "host": HOSTS, "coin": MARKS}
+"""What an argument of that name can be."""
 
 
 class Wrong(Exception):
@@ -23,94 +25,92 @@ class Wrong(Exception):
 class Control:
     """The methods without an underscore are the switches, their docstrings the list of them."""
 
-    def __init__(self, world) -> None:
-        self._world = world
-        self._switches = {
-            "/".join(["", name, *map(str.upper, list(inspect.signature(switch).parameters)[1:])]):
-            switch for name, switch in vars(Control).items() if not name.startswith("_")}
+    def __init__(self, box) -> None:
+        self._box = box
+        self._switches = {name: getattr(self, name) for name in vars(Control)
+                          if not name.startswith("_")}
 
     def __call__(self, request: Request) -> Response:
         """What is wrong is printed, too: with -f, curl shows no text of a refusal."""
         name, *arguments = map(unquote, request.path[1:].split("/"))
         try:
             text = self._turn(name, arguments) if name else "\n".join(
-                f"{usage:<25}{switch.__doc__}" for usage, switch in self._switches.items())
-            return Response(200, f"{text}\n".encode(), "text/plain")
+                f"{_usage(switch):<25}{switch.__doc__}" for switch in self._switches.values())
+            return Response(200, f"{text}\n".encode())
         except Wrong as wrong:
             print(f"sandbox.control: {wrong}", file=sys.stderr, flush=True)
-            return Response(400, f"error: {wrong}\n".encode(), "text/plain")
+            return Response(400, f"error: {wrong}\n".encode())
 
     def _turn(self, name: str, arguments: Sequence[str]) -> str:
-        for usage, switch in self._switches.items():
-            if switch.__name__ == name:
-                if len(arguments) != usage.count("/") - 1:
-                    raise Wrong(f"write {usage}")
-                return switch(self, *arguments)
-        raise Wrong(f"there is no switch {name!r}; curl http://{hosts.CONTROL}/ lists them")
+        if name not in self._switches:
+            raise Wrong(f"there is no switch {name!r}; curl http://{hosts.CONTROL}/ lists them")
+        switch = self._switches[name]
+        if len(arguments) != len(signature(switch).parameters):
+            raise Wrong(f"write {_usage(switch)}")
+        for parameter, argument in zip(signature(switch).parameters, arguments):
+            if parameter in KNOWN and argument not in KNOWN[parameter]:
+                raise Wrong(f"{argument!r} is none of {' '.join(KNOWN[parameter])}")
+        return switch(*arguments)
 
     def fill(self, exchange: str, order_id: str) -> str:
         """somebody takes an open order, at its own price"""
-        order = self._account(exchange).orders.get(order_id)
+        account = self._box.account(exchange)
+        order = account.orders.get(order_id)
         if not order or not order.is_open:
             raise Wrong(f"{exchange} has no open order {order_id}; /orders/{exchange} lists them")
-        self._account(exchange).fill(order, order.price)
+        account.fill(order, order.price)
         return f"{order.state} {order_id}"
 
     def mark(self, coin: str, price: str) -> str:
         """BTC or ETH moves; orders that it crosses are filled"""
         if not re.fullmatch(r"[0-9]{1,9}(\.[0-9]{1,8})?", price) or not Decimal(price):
             raise Wrong(f"{price!r} is no price")
-        _known(coin, MARKS)
         for exchange in hosts.BY_EXCHANGE:
-            self._account(exchange).set_mark(coin, Decimal(price))
+            self._box.account(exchange).set_mark(coin, Decimal(price))
         return f"{coin} {price}"
 
     def orders(self, exchange: str) -> str:
         """an exchange's open orders, in its own symbols and units"""
         rows = [(order.id, order.contract.symbol, order.side, order.quantity, order.price)
-                for order in self._account(exchange).open_orders]
+                for order in self._box.account(exchange).open_orders]
         return _aligned(("id", "symbol", "side", "quantity", "price"), rows)
 
     def lose(self, exchange: str) -> str:
         """its next answer is lost, after it did what was asked"""
-        self._world.losing.add(_known(exchange, hosts.BY_EXCHANGE))
+        self._box.faults.append(Fault.lost_answer(hosts.BY_EXCHANGE[exchange][0], times=1))
         return f"{exchange}: the next answer is lost"
 
     def down(self, host: str) -> str:
         """out of reach: an exchange, relay, download, or one host"""
-        self._world.down.update(HOSTS[_known(host, HOSTS)])
+        self._box.faults[:0] = map(Fault.close, HOSTS[host])
         return f"{host} is down"
 
     def up(self, host: str) -> str:
         """there again"""
-        self._world.down.difference_update(HOSTS[_known(host, HOSTS)])
+        closed = list(map(Fault.close, HOSTS[host]))
+        self._box.faults[:] = [one for one in self._box.faults if one not in closed]
         return f"{host} is up"
 
     def authorize(self) -> str:
         """the wallet's owner signs"""
-        return f"{self._world.relay.authorize()} bindings"
+        return f"{self._box.relay.authorize()} bindings"
 
     def requests(self) -> str:
         """requests by host, and how many held a key or secret"""
-        keys = [key for exchange in hosts.BY_EXCHANGE for key in self._world.keys(exchange)]
+        keys = [key for exchange in hosts.BY_EXCHANGE for key in self._box.keys(exchange)]
+        parts = ("key", "secret", "passphrase")
+        known = [{getattr(key, part) for key in keys} - {""} for part in parts]
         sent: dict[str, list[str]] = {}
-        for request in self._world.requests:
+        for request in self._box.requests:
             if request.host != hosts.CONTROL:
                 sent.setdefault(request.host, []).append(_text(request))
-        parts = ("key", "secret", "passphrase")
-        held = [{getattr(key, part) for key in keys} - {""} for part in parts]
         rows = [(host, len(texts), *(sum(any(one in text for one in some) for text in texts)
-                                     for some in held)) for host, texts in sent.items()]
+                                     for some in known)) for host, texts in sent.items()]
         return _aligned(("host", "requests", *parts), rows)
 
-    def _account(self, exchange: str) -> Account:
-        return self._world.account(_known(exchange, hosts.BY_EXCHANGE))
 
-
-def _known(name: str, names: Sequence[str]) -> str:
-    if name not in names:
-        raise Wrong(f"{name!r} is none of {' '.join(names)}")
-    return name
+def _usage(switch) -> str:
+    return "/".join(["", switch.__name__, *map(str.upper, signature(switch).parameters)])
 
 
 def _text(request: Request) -> str:

@@ -1,6 +1,5 @@
 """HTTP/1.1 messages, kept as they came over the wire, and what can go wrong with them."""
 
-import http.client
 import json
 from dataclasses import dataclass, field
 from typing import Any, Optional
@@ -21,8 +20,9 @@ class Request:
     def __post_init__(self) -> None:
         self.path, _, self.query = self.target.partition("?")
 
-    def header(self, name: str) -> Optional[str]:
-        return next((text for one, text in self.headers if one.lower() == name.lower()), None)
+    def header(self, name: str) -> str:
+        """Empty when there is none."""
+        return next((text for one, text in self.headers if one.lower() == name.lower()), "")
 
     @property
     def parameters(self) -> dict[str, str]:
@@ -33,20 +33,12 @@ class Request:
 class Response:
     status: int = 200
     body: bytes = b""
-    content_type: str = "application/json"
     headers: list[tuple[str, str]] = field(default_factory=list)
 
     @classmethod
     def of_json(cls, document: Any, status: int = 200) -> "Response":
         text = json.dumps(document, ensure_ascii=False, separators=(",", ":"))
-        return cls(status, wire_bytes(text))
-
-    def head(self, length: Optional[int]) -> bytes:
-        lines = [f"HTTP/1.1 {self.status} {http.client.responses.get(self.status, 'Unknown')}",
-                 f"Content-Type: {self.content_type}", "Connection: close"]
-        lines += [f"{name}: {value}" for name, value in self.headers]
-        lines += [] if length is None else [f"Content-Length: {length}"]
-        return wire_bytes("\r\n".join(lines) + "\r\n\r\n")
+        return cls(status, wire_bytes(text), [("Content-Type", "application/json")])
 
 
 @dataclass
@@ -62,6 +54,10 @@ class Fault:
     response: Optional[Response] = None
     delivery: str = "whole"  # or half, nothing, endless
     unvouched: bool = False  # nobody vouches for the host's certificate
+
+    def fits(self, request: Request) -> bool:
+        return (self.host == request.host and request.target.startswith(self.path)
+                and self.times != 0)
 
     @classmethod
     def answer(cls, host: str, status: int = 200, body: bytes = b"", **where) -> "Fault":
@@ -85,22 +81,12 @@ class Fault:
 
     @classmethod
     def endless(cls, host: str, status: int = 200, body: bytes = b"x" * 4096, **where) -> "Fault":
-        """`body` again and again until the client leaves or the sandbox closes."""
+        """`body` again and again until the client leaves."""
         return cls(host, delivery="endless", response=Response(status, body), **where)
 
     @classmethod
     def unknown_ca(cls, host: str, **where) -> "Fault":
         return cls(host, unvouched=True, **where)
-
-
-def take_fault(faults: list[Fault], host: str, target: str = "",
-               unvouched: bool = False) -> Optional[Fault]:
-    """The fault for a request, or for a host's certificate; one use of it is spent."""
-    fault = next((one for one in faults if one.host == host and one.times != 0
-                  and one.unvouched == unvouched and target.startswith(one.path)), None)
-    if fault and fault.times is not None:
-        fault.times -= 1
-    return fault
 
 
 def wire_text(raw: bytes) -> str:

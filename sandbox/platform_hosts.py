@@ -68,7 +68,7 @@ class Downloads:
         served = {"/current/manifest.json": self.manifest, **self.images}
         if request.path in served:
             return Response(200, served[request.path])
-        return Response(404, b"not found\n", "text/plain")
+        return Response(404, b"not found\n")
 
 
 def _error(reason: str) -> dict[str, Any]:

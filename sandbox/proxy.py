@@ -1,36 +1,41 @@
 """The local proxy: CONNECT with TLS ended here, and plain absolute-form requests."""
 
+import os
 import ssl
+import subprocess
 import sys
 import threading
 from http.server import BaseHTTPRequestHandler
 from socketserver import ThreadingTCPServer
-from typing import Callable
 from urllib.parse import urlsplit
 
 from . import hosts
-from .http_message import Fault, Request, Response, wire_text
-from .world import World
+from .http_message import Request, Response, wire_text
+
+CERTIFICATE = """\
+[req]
+distinguished_name = name
+x509_extensions = itself
+[name]
+[itself]
+basicConstraints = critical, CA:true
+keyUsage = critical, digitalSignature, keyCertSign
+extendedKeyUsage = serverAuth
+subjectKeyIdentifier = hash
+subjectAltName = """ + ", ".join("DNS:" + host for host in hosts.BY_SCHEME["https"])
 
 
 class Proxy(ThreadingTCPServer):
-    """Serves `world` on a free loopback port until `close`."""
+    """Serves `box` on a free loopback port until `shutdown`."""
 
-    allow_reuse_address = daemon_threads = True
-    block_on_close = False
+    daemon_threads = True
     request_queue_size = 128
 
-    def __init__(self, world: World, certificate: Callable[[str], ssl.SSLContext]) -> None:
+    def __init__(self, box) -> None:
         super().__init__(("127.0.0.1", 0), _Connection)
-        self.world, self.certificate = world, certificate
-        self.closing = threading.Event()
+        self.box = box
         self.url = "http://127.0.0.1:%d" % self.server_address[1]
         threading.Thread(target=self.serve_forever, args=(0.05,), daemon=True).start()
-
-    def close(self) -> None:
-        self.closing.set()
-        self.shutdown()
-        self.server_close()
 
     def handle_error(self, request, client_address) -> None:
         """A client that leaves early is no news; anything else is."""
@@ -48,15 +53,15 @@ class _Connection(BaseHTTPRequestHandler):
 
     def do_CONNECT(self) -> None:
         host, _, port = self.path.rpartition(":")
-        self.close_connection = True
         if port != "443" or host not in hosts.BY_SCHEME["https"]:
-            self.wfile.write(Response(502).head(0))
+            self.send_error(502)
             return
-        self.wfile.write(b"HTTP/1.1 200 Connection established\r\n\r\n")
-        with self.server.certificate(host).wrap_socket(
-                self.connection, server_side=True) as self.connection, \
-                self.connection.makefile("rb") as self.rfile:
-            self.host = host
+        self.send_response_only(200, "Connection established")
+        self.end_headers()
+        self.host, self.close_connection = host, True
+        with self.server.box.certificate(host).wrap_socket(
+                self.request, server_side=True) as self.request:
+            self.setup()
             self.handle_one_request()
 
     def do_GET(self) -> None:
@@ -73,15 +78,36 @@ class _Connection(BaseHTTPRequestHandler):
             headers = list(zip(self.headers.keys(), values))
             body = self.rfile.read(int(self.headers.get("Content-Length", "0")))
             request = Request(scheme, host, self.command, target, headers, body)
-            response, fault = self.server.world.handle(request)
-            self._deliver(response, fault or Fault(host))
+            self._deliver(*self.server.box.handle(request))
 
     do_POST = do_DELETE = do_GET
 
-    def _deliver(self, response: Response, fault: Fault) -> None:
-        body, endless = response.body, fault.delivery == "endless"
-        sent = body[:len(body) // 2] if fault.delivery == "half" else body
-        if fault.delivery != "nothing":
-            self.connection.sendall(response.head(None if endless else len(body)) + sent)
-        while endless and not self.server.closing.is_set():
-            self.connection.sendall(body)
+    def _deliver(self, response: Response, how: str) -> None:
+        body = response.body
+        if how != "nothing":
+            self.send_response_only(response.status)
+            self.send_header("Connection", "close")
+            for name, value in response.headers:
+                self.send_header(name, value)
+            if how != "endless":
+                self.send_header("Content-Length", str(len(body)))
+            self.end_headers()
+            self.wfile.write(body[:len(body) // 2] if how == "half" else body)
+        while how == "endless":
+            self.wfile.write(body)
+
+
+def certify(folder: str) -> ssl.SSLContext:
+    """A new certificate for all hosts, and its own authority: certificate.pem in that folder."""
+    settings, certificate, key = (os.path.join(folder, name) for name in
+                                  ("openssl.cnf", "certificate.pem", "key.pem"))
+    with open(settings, "w", encoding="ascii") as out:
+        out.write(CERTIFICATE)
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-sha256",
+                    "-days", "7", "-subj", "/CN=Morvane sandbox", "-config", settings,
+                    "-out", certificate, "-keyout", key],
+                   env={"PATH": os.environ.get("PATH", os.defpath)},
+                   stdin=subprocess.DEVNULL, capture_output=True, check=True)
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(certificate, key)
+    return context

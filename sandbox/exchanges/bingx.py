@@ -28,7 +28,6 @@ class Bingx(Exchange):
         unknown_order 200 109421 order does not exist
         cancel 200 109421 order does not exist
     """
-    refused_as_invalid = "no_header bad_body missing permission"
     balance_fields = """asset='USDT' balance equity unrealizedProfit=unrealised
         realisedProfit=realised availableMargin=available usedMargin=position_margin
         freezedMargin=order_margin"""
@@ -38,7 +37,7 @@ class Bingx(Exchange):
         realisedProfit=realised createTime=#opened_ms updateTime=#updated_ms"""
     order_fields = """symbol=contract.symbol orderId=#id type='LIMIT' side
         positionSide=position_side reduceOnly=closes price origQty=quantity executedQty=filled
-        avgPrice=average commission=-fee status=state time=#created_ms updateTime=#updated_ms"""
+        avgPrice=average commission=-fee status=state time=#created_ms updateTime=#time_ms"""
     shapes = {"balance": lambda row: {"balance": row}, "balance_list": lambda row: [row],
               "order": lambda row: {"order": row}, "cancel": lambda row: {"order": row}}
     hedged = True

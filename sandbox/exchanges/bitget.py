@@ -20,7 +20,6 @@ class Bitget(Exchange):
     words = {"open": "live", "cancelled": "canceled", True: "YES", False: "NO"}
     ok = ("00000", "success")
     errors = """
-        no_header 400 40002 ACCESS_SIGN cannot be empty
         key 400 40037 Apikey does not exist
         time 400 40008 Request timestamp expired
         passphrase 400 40012 apikey/password is incorrect
@@ -32,7 +31,6 @@ class Bitget(Exchange):
         cancel/unknown 400 40768 Order does not exist
         cancel 400 22001 No order to cancel
     """
-    refused_as_invalid = "bad_body permission symbol"
     balance_fields = """marginCoin='USDT' accountEquity=equity usdtEquity=equity available
         locked=order_margin isolatedMargin=position_margin unrealizedPL=unrealised"""
     position_fields = """symbol=contract.symbol marginCoin='USDT' holdSide=side
@@ -41,8 +39,8 @@ class Bitget(Exchange):
         achievedProfits='0' cTime=opened_ms uTime=updated_ms"""
     order_fields = """symbol=contract.symbol orderId=id clientOid='' orderType='limit' side
         posSide=position_side marginCoin='USDT' marginMode='isolated' posMode='hedge_mode' leverage
-        force='gtc' reduceOnly=closes price size=quantity baseVolume=filled priceAvg=fill_price?
-        fee=-fee state cTime=created_ms uTime=updated_ms"""
+        force='gtc' reduceOnly=closes price size=quantity baseVolume=filled priceAvg=average?
+        fee=-fee state cTime=created_ms uTime=time_ms"""
     done_fields = "orderId=id clientOid=''"
     shapes = {"balance": lambda row: [row]}
     hedged = True

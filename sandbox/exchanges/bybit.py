@@ -40,10 +40,8 @@ class Bybit(Exchange):
         cancel 200 110001 order not exists or too late to cancel
         no_balance 200 110007 ab not enough for new order
         no_position 200 110017 current position is zero, cannot fix reduce-only order qty
-        unknown_order 200 110001 order not exists or too late to cancel
         same_leverage 200 110043 leverage not modified
     """
-    refused_as_invalid = "no_header bad_body missing symbol quantity price leverage"
     coin_fields = """coin='USDT' equity walletBalance=balance totalOrderIM=order_margin
         totalPositionIM=position_margin unrealisedPnl=unrealised"""
     balance_fields = """accountType='UNIFIED' totalEquity=equity totalWalletBalance=balance
@@ -54,21 +52,22 @@ class Bybit(Exchange):
         updatedTime=updated_ms"""
     order_fields = """orderId=id orderLinkId='' symbol=contract.symbol orderType='Limit' side price
         qty=quantity timeInForce='GTC' reduceOnly=closes positionIdx=0 leavesQty=remaining
-        cumExecQty=filled avgPrice=fill_price? cumExecFee=fee orderStatus=state
-        createdTime=created_ms updatedTime=updated_ms"""
+        cumExecQty=filled avgPrice=average? cumExecFee=fee orderStatus=state
+        createdTime=created_ms updatedTime=time_ms"""
     done_fields = "orderId=id orderLinkId=''"
     ledger_fields = """symbol=contract.symbol transactionTime=time_ms currency='USDT' type=kind
-        funding cashFlow=profit fee change cashBalance=balance side=order?.side orderId=order?.id
-        qty=quantity tradePrice=order?.average"""
-    closing_fields = """symbol=contract.symbol orderId=order.id orderType='Limit' side=order.side
-        orderPrice=order.price qty=order.quantity closedSize=quantity leverage=order.leverage
-        avgEntryPrice=entry_price avgExitPrice=order.average openFee=open_fee closeFee=fee
-        closedPnl=realised createdTime=order.created_ms updatedTime=time_ms"""
-    logs_one_day = True
+        funding=change cashFlow='0' fee='0' change cashBalance=balance"""
+    trade_fields = """symbol=contract.symbol transactionTime=time_ms currency='USDT' type=kind
+        funding='' cashFlow=profit fee change cashBalance=balance side orderId=id qty=quantity
+        tradePrice=average"""
+    closing_fields = """symbol=contract.symbol orderId=id orderType='Limit' side orderPrice=price
+        qty=quantity closedSize=closed leverage avgEntryPrice=entry_price avgExitPrice=average
+        openFee=open_fee closeFee=fee closedPnl=realised createdTime=created_ms
+        updatedTime=time_ms"""
     demo_keys = {"bybit-read": {"can_trade": False}, "bybit-withdraw": {"can_withdraw": True}}
 
     def sign(self, request, key, time):
-        window = request.header("X-BAPI-RECV-WINDOW") or ""
+        window = request.header("X-BAPI-RECV-WINDOW")
         signed = wire_bytes(request.query) if request.method == "GET" else request.body
         return mac("sha256", key, wire_bytes(time + key.key + window) + signed).hex()
 
@@ -95,3 +94,10 @@ class Bybit(Exchange):
         return [{**self.fields(self.order_fields, order),
                  "cumFeeDetail": {"USDT": plain(order.fee)} if order.filled else {}}
                 for order in found]
+
+    def funding(self, call):
+        """A day from the start, of every contract; what trades brought, too."""
+        since = self.moment_ms(call.text("since"))
+        return self.latest(call, [
+            self.fields(self.trade_fields if one.kind == "trade" else self.ledger_fields, one)
+            for one in self.account.ledger if since <= one.time_ms <= since + 24 * 3_600_000])

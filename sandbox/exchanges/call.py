@@ -1,4 +1,4 @@
-"""A call as an exchange hears it: who calls, with which parameters, and who is not let in."""
+"""A call as an exchange hears it: who calls, and with which parameters."""
 
 import base64
 import hmac
@@ -10,15 +10,6 @@ from typing import Any, Optional
 
 from ..account import Refused
 from ..http_message import Request, wire_bytes
-
-
-@dataclass(frozen=True)
-class Refusal:
-    """A request that was let in nowhere, and why, whatever words its exchange has for that."""
-
-    exchange: str
-    reason: str  # no_header, time, key, passphrase or sign
-    request: Request
 
 
 @dataclass(frozen=True)
@@ -42,7 +33,7 @@ class Call:
             document = json.loads(request.body or b"{}", parse_float=Decimal)
             self._values: dict[str, Any] = {**request.parameters, **document, **path_names}
         except (ValueError, TypeError, RecursionError):
-            raise Refused("bad_body") from None
+            raise Refused("invalid", "body") from None
 
     def text(self, word: str, default: Optional[str] = None) -> str:
         """Without a default it must be there."""

@@ -2,20 +2,20 @@
 
 To add one, write a class of tables in a file of its own, from the exchange's documentation:
 
-1. `name`, and `contracts` in BTC and in ETH, by its own symbols; its hosts in ../hosts.py, its
-   class in ../world.py.
+1. `name`, which its file and its class have too, and `contracts` in BTC and in ETH, by its own
+   symbols; its hosts in ../hosts.py.
 2. `credentials`, and `sign` where its signature is not the commonest one (HMAC-SHA256 in base64 of
    time, method, target and body). It is the second opinion on the connector's: copy nothing of it.
 3. `routes`: which operation of those below answers which request; `key`, what it tells of keys, is
    its own. `names`: what it calls the parameters that `Call.text` and `Call.number` ask for.
-4. `errors`: its words for each of REASONS that its routes can meet; those that it has none for
-   stand in `refused_as_invalid`. `envelope`: what is around every answer and refusal.
+4. `errors`: its words for REASONS; what it has none for it refuses as invalid. `envelope`: what is
+   around every answer and refusal.
 5. The fields of its answers, as fields.py tells, of the records in ../account.py; `words` for
    their values; `shapes`, the lists and names around them.
 
 Where it is truly odd it has a method of the same name as one here. A slip in a table (a setting,
-operation, member, word or reason that is none, a reason without words) is a ValueError when the
-sandbox starts.
+operation, member, word or reason that is none, a credential without words for a wrong one) is a
+ValueError when the sandbox starts.
 """
 
 import itertools
@@ -27,21 +27,10 @@ from .. import hosts
 from ..account import Account, Order, Position, Refused, now_ms
 from ..http_message import Request, Response, wire_bytes
 from . import fields
-from .call import ApiKey, Call, Refusal, base64_mac
+from .call import ApiKey, Call, base64_mac
 
-REASONS = {
-    "": "no_header key time sign bad_body missing invalid",
-    "passphrase": "passphrase",
-    "position": "symbol",
-    "order": "unknown_order",
-    "cancel": "permission cancel",
-    "leverage": "permission symbol leverage",
-    "place": "permission symbol quantity price no_balance no_position",
-    "closings": "symbol",
-    "where it has words for it": "same_leverage",
-}
-"""Why an exchange refuses: always, or by the credential or operation that it is about."""
-
+REASONS = {"key", "time", "sign", "passphrase", "permission", "missing", "invalid", "symbol",
+           "quantity", "no_balance", "no_position", "same_leverage", "unknown_order", "cancel"}
 WORDS = {"buy", "sell", "long", "short", "open", "filled", "cancelled", "funding", "trade",
          True, False}
 
@@ -66,7 +55,6 @@ class Exchange:
     # How it agrees and refuses.
     ok = ("0", "")  # code and text of a success
     errors = ""  # a reason, or reason/about; HTTP status, code, and text with the about for {}
-    refused_as_invalid = ""  # reasons that it has no words for
 
     # What its answers hold; see fields.py.
     words = {"buy": "buy", "sell": "sell"}  # for sides, states, kinds of entries, truths
@@ -74,21 +62,20 @@ class Exchange:
     balance_fields = coin_fields = ""  # of the account
     position_fields = leverage_fields = ""
     order_fields = done_fields = ""  # the latter once placed or cancelled, where that is less
-    ledger_fields = closing_fields = ""  # of a booking: in the log, in the report of closings
+    ledger_fields = ""  # of a funding in the log
+    trade_fields = closing_fields = ""  # of a filled order: in the log, in the report of closings
     shapes: dict[str, Callable[[Any], Any]] = {}  # what becomes of the data of an operation
+    reports_trades = False  # whether the report of closings has what opened a position, too
 
-    # What its reports cover.
-    logs_one_day = False  # whether its log covers a day from the start, of every contract
-    reports_trades = False  # whether its report of closings has what opened a position, too
-
-    def __init__(self, refusals: list[Refusal]) -> None:
-        """`refusals` gets each request that is not let in."""
+    def __init__(self, refusals: list[Refused]) -> None:
+        """`refusals` gets why a request is not let in."""
         self._refusals = refusals
         phrases = ("demo-passphrase", "Пароль") if "passphrase" in self.credentials else ("", "")
         self.keys = [ApiKey(f"demo-{name}-key", f"demo-{name}-secret", phrases[0], **traits)
                      for name, traits in {self.name: {}, **self.demo_keys}.items()]
         self.keys.append(ApiKey("clé-Größe-鍵", "Schlüssel-秘密", phrases[1]))
-        self._errors = self._read_errors()
+        self._errors = {row.split()[0]: row.split(None, 3)[1:]
+                        for row in self.errors.strip().splitlines()}
         self._check_tables()
         self._ids = itertools.count(2_519_700_000_000_000_001)
         self.account = Account(self.contracts, self.new_order_id)
@@ -99,13 +86,11 @@ class Exchange:
 
     def handle(self, request: Request) -> Response:
         try:
-            key = self._authenticate(request)
+            data = self._carry_out(request, self._authenticate(request))
+            return Response.of_json(self.envelope(*self.ok, data))
         except Refused as refused:
-            self._refusals.append(Refusal(self.name, refused.reason, request))
-            return self._refusal(refused)
-        try:
-            return Response.of_json(self.envelope(*self.ok, self._carry_out(request, key)))
-        except Refused as refused:
+            if refused.reason in self.credentials:
+                self._refusals.append(refused)
             return self._refusal(refused)
 
     def _carry_out(self, request: Request, key: ApiKey) -> Any:
@@ -123,8 +108,8 @@ class Exchange:
     def _refusal(self, refused: Refused) -> Response:
         about = refused.about or refused.reason
         about = self.names.get(about, about)
-        status, code, text = self._errors.get(f"{refused.reason}/{about}",
-                                              self._errors[refused.reason])
+        possible = (f"{refused.reason}/{about}", refused.reason, "invalid")
+        status, code, text = next(self._errors[one] for one in possible if one in self._errors)
         text = " ".join(text.replace("{}", about).split())
         return Response.of_json(self.envelope(code, text, None), int(status))
 
@@ -154,7 +139,7 @@ class Exchange:
     def leverage(self, call: Call) -> Any:
         position, leverage = self.asked_position(call), call.number("leverage")
         if not 1 <= leverage <= 100:
-            raise Refused("leverage")
+            raise Refused("invalid", "leverage")
         if leverage == position.leverage and "same_leverage" in self._errors:
             raise Refused("same_leverage")
         position.leverage = leverage
@@ -173,18 +158,20 @@ class Exchange:
         return self.fields(self.done_fields or self.order_fields, order)
 
     def funding(self, call: Call) -> Any:
-        since = self.moment_ms(call.text("since", "0"))
-        until = since + 24 * 3_600_000 if self.logs_one_day else now_ms()
-        symbol, kind = call.text("symbol"), call.text("type", "")
-        rows = [self.fields(self.ledger_fields, entry) for entry in self.account.ledger
-                if since <= entry.time_ms <= until
-                and (self.logs_one_day or symbol == entry.contract.symbol)]
-        return [row for row in rows[::-1] if kind in ("", row["type"])][:int(call.text("limit"))]
+        symbol, since = call.text("symbol"), self.moment_ms(call.text("since", "0"))
+        return self.latest(call, [
+            self.fields(self.ledger_fields, one) for one in self.account.ledger
+            if one.kind == "funding" and one.contract.symbol == symbol and one.time_ms >= since])
 
     def closings(self, call: Call) -> Any:
         contract = self.account.contract(call.text("symbol"))
-        rows = [self.fields(self.closing_fields, one) for one in self.account.ledger
-                if one.contract is contract and (one.closes or self.reports_trades and one.order)]
+        return self.latest(call, [
+            self.fields(self.closing_fields, one) for one in self.account.ledger
+            if one.kind == "trade" and one.contract is contract
+            and (one.closed or self.reports_trades)])
+
+    def latest(self, call: Call, rows: list) -> list:
+        """The latest first, and no more of them than it asks for."""
         return rows[::-1][:int(call.text("limit", "100"))]
 
     def fields(self, table: str, record: Any) -> dict[str, Any]:
@@ -198,10 +185,7 @@ class Exchange:
         return str(next(self._ids))
 
     def credential(self, request: Request, part: str) -> str:
-        value = request.header(self.credentials[part])
-        if not value:
-            raise Refused("no_header", self.credentials[part])
-        return value
+        return request.header(self.credentials[part])
 
     def moment_ms(self, text: str) -> int:
         """Of the time in a request; -1 when it is none."""
@@ -236,21 +220,10 @@ class Exchange:
             raise Refused(*refusal)
         return order
 
-    def _read_errors(self) -> dict[str, list[str]]:
-        """HTTP status, code and text by reason."""
-        errors = {row.split()[0]: row.split(None, 3)[1:]
-                  for row in self.errors.strip().splitlines()}
-        errors.update({reason: errors.get("invalid", [])
-                       for reason in self.refused_as_invalid.split()})
-        known = set(" ".join(REASONS.values()).split())
-        met = {reason for about in ("", *self.credentials, *self.routes.values())
-               for reason in REASONS.get(about, "").split()}
-        self._refuse("reasons", {one.partition("/")[0] for one in errors} - known)
-        self._refuse("reasons without words", met - set(errors))
-        return errors
-
     def _check_tables(self) -> None:
-        """Every table is tried on records of an account where somebody traded."""
+        """The field tables are tried on records of an account where somebody traded."""
+        self._refuse("reasons", {one.partition("/")[0] for one in self._errors} - REASONS)
+        self._refuse("reasons without words", {"invalid", *self.credentials} - set(self._errors))
         settings = {name for name, value in vars(type(self)).items() if not callable(value)}
         self._refuse("settings", settings - set(dir(Exchange)))
         self._refuse("words", set(self.words) - WORDS)
@@ -259,15 +232,14 @@ class Exchange:
         contract = account.contract(self.contracts[0][0])
         order = account.place(contract, True, contract.step, contract.mark)
         position = account.position(contract)
-        for name, records in {
-                "balance": [account], "coin": [account], "position": [position],
-                "leverage": [position], "order": [order], "done": [order],
-                "ledger": account.ledger, "closing": account.ledger[-1:]}.items():
-            for record in records:
-                try:
-                    self.fields(getattr(self, name + "_fields"), record)
-                except (AttributeError, TypeError, ArithmeticError) as slip:
-                    raise ValueError(f"{self.name}: {name}_fields: {slip}") from None
+        for name, record in {
+                "balance": account, "coin": account, "position": position, "leverage": position,
+                "order": order, "done": order, "trade": order, "closing": order,
+                "ledger": account.ledger[0]}.items():
+            try:
+                self.fields(getattr(self, name + "_fields"), record)
+            except (AttributeError, TypeError, ArithmeticError) as slip:
+                raise ValueError(f"{self.name}: {name}_fields: {slip}") from None
 
     def _refuse(self, what: str, slips: set) -> None:
         if slips:

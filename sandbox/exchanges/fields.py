@@ -5,7 +5,7 @@ has one, else a decimal as text and true and false as JSON's own; or
 
     -member      its negative
     #member      a number in JSON
-    member?      one that can be None, and is empty text then; so is member?.member
+    member?      empty text when it is 0
     'text'       that text; '' is a field that is empty on purpose
     0, true      that number or truth
 """
@@ -13,6 +13,7 @@ has one, else a decimal as text and true and false as JSON's own; or
 import json
 from collections.abc import Mapping
 from decimal import Decimal
+from operator import attrgetter
 from typing import Any
 
 
@@ -36,11 +37,9 @@ def _value(word: str, record: Any, words: Mapping[Any, Any], unit_ms: int) -> An
         return word.strip("'")
     if word in ("true", "false") or word.isdecimal():
         return json.loads(word)
-    value = record
-    for member in word.lstrip("#-").split("."):
-        value = getattr(value, member.rstrip("?"))
-        if value is None and member.endswith("?"):
-            return ""
+    value = attrgetter(word.strip("#-?"))(record)
+    if word[-1] == "?" and not value:
+        return ""
     if word[0] == "#":
         number = Decimal(value) / (unit_ms if word.endswith("_ms") else 1)
         return int(number) if number == int(number) else float(number)

@@ -25,13 +25,11 @@ class Gate(Exchange):
     window_ms = (60_000, 60_000)
     unit_ms = 1000
     names = {"symbol": "contract", "quantity": "size", "since": "from"}
-    words = {"buy": "buy", "sell": "sell", "funding": "fund", "trade": "pnl"}
+    words = {"buy": "buy", "sell": "sell", "funding": "fund"}
     errors = """
-        no_header 400 MISSING_REQUIRED_HEADER Missing required header: {}
         time 403 REQUEST_EXPIRED gap between request Timestamp and server time exceeds 60
         key 401 INVALID_KEY Invalid key provided
         sign 401 INVALID_SIGNATURE Signature mismatch
-        bad_body 400 INVALID_REQUEST_BODY Invalid request body
         invalid 400 INVALID_PARAM_VALUE Invalid parameter value: {}
         symbol 400 CONTRACT_NOT_FOUND contract not found
         no_balance 400 INSUFFICIENT_AVAILABLE insufficient available balance
@@ -40,7 +38,6 @@ class Gate(Exchange):
         cancel/unknown 404 ORDER_NOT_FOUND order not found
         cancel 400 ORDER_FINISHED order already finished
     """
-    refused_as_invalid = "permission missing quantity price leverage"
     balance_fields = """currency='USDT' total=balance available position_margin order_margin
         unrealised_pnl=unrealised in_dual_mode=false"""
     position_fields = leverage_fields = """contract=contract.symbol mode='single' size=#quantity
@@ -50,8 +47,8 @@ class Gate(Exchange):
     order_fields = """id=#id contract=contract.symbol price fill_price=average tif='gtc'
         size=#signed left=#signed is_reduce_only=closes is_close=false is_liq=false status=state
         create_time=#created_ms"""
-    closing_fields = """create_time=#time_ms contract=contract.symbol order_id=order.id
-        price=order.average fee size=#signed"""
+    closing_fields = """create_time=#time_ms contract=contract.symbol order_id=id price=average
+        fee size=#signed"""
     ledger_fields = "time=#time_ms type=kind contract=contract.symbol change balance"
     signed_sizes = reports_trades = True
 
@@ -68,5 +65,5 @@ class Gate(Exchange):
         row = super().fields(table, record)
         if isinstance(record, Order) and not record.is_open:
             row.update(status="finished", finish_as=record.state, left=0 if record.filled
-                       else row["size"], finish_time=record.updated_ms / 1000)
+                       else row["size"], finish_time=record.time_ms / 1000)
         return row

@@ -20,7 +20,6 @@ class Kucoin(Exchange):
     words = {"filled": "done", "cancelled": "done"}
     ok = ("200000", "")
     errors = """
-        no_header 401 400001 Please check the header of your request for {}
         key 401 400003 The API key does not exist or site mismatch.
         time 400 400002 Invalid KC-API-TIMESTAMP
         sign 401 400005 Invalid KC-API-SIGN
@@ -29,7 +28,6 @@ class Kucoin(Exchange):
         unknown_order 200 100001 error.getOrder.orderNotExist
         cancel 200 100004 Order is in not cancelable state
     """
-    refused_as_invalid = "bad_body missing permission symbol"
     balance_fields = """currency='USDT' accountEquity=#equity unrealisedPNL=#unrealised
         marginBalance=#balance positionMargin=#position_margin orderMargin=#order_margin
         availableBalance=#available"""
@@ -41,7 +39,7 @@ class Kucoin(Exchange):
     order_fields = """id symbol=contract.symbol type='limit' side price size=#quantity
         timeInForce='GTC' reduceOnly=closes leverage filledSize=#filled avgDealPrice=average
         status=state isActive=is_open cancelExist=is_cancelled createdAt=#created_ms
-        updatedAt=#updated_ms"""
+        updatedAt=#time_ms"""
     shapes = {"position": lambda rows: {**rows[0], "currentTimestamp": now_ms()},
               "cancel": lambda row: {"cancelledOrderIds": [row["id"]]}}
     demo_keys = {"kucoin-v3": {"version": "3"}}

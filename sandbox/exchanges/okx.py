@@ -27,16 +27,14 @@ class Okx(Exchange):
     names = {"symbol": "instId", "order": "ordId", "quantity": "sz", "price": "px",
              "leverage": "lever", "position_side": "posSide"}
     words = {"buy": "buy", "sell": "sell", "open": "live", "cancelled": "canceled",
-             "funding": "8", "trade": "2", True: "true", False: "false"}
+             "funding": "8", True: "true", False: "false"}
     ok = ("0", "")
     errors = """
-        no_header 401 50106 Request header "OK-ACCESS-SIGN" can't be empty
         key 401 50111 Invalid OK-ACCESS-KEY
         key/elsewhere 401 50119 API key doesn't exist
         time 401 50102 Timestamp request expired
         passphrase 401 50105 Request header "OK-ACCESS-PASSPHRASE" incorrect
         sign 401 50113 Invalid signature.
-        bad_body 400 50002 JSON syntax error
         missing 400 50014 Parameter {} can not be empty
         missing/ordId 400 51003 Either client order ID or order ID is required.
         invalid 400 51000 Parameter {} error
@@ -49,7 +47,6 @@ class Okx(Exchange):
             not exist.
         unknown_order 200 51603 Order does not exist
     """
-    refused_as_invalid = "permission leverage price"
     coin_fields = """ccy='USDT' eq=equity cashBal=balance availBal=available availEq=available
         frozenBal=margin ordFrozen=order_margin upl=unrealised"""
     position_fields = """instType='SWAP' instId=contract.symbol posSide=side pos=size
@@ -58,15 +55,15 @@ class Okx(Exchange):
         uTime=updated_ms"""
     order_fields = """instType='SWAP' ordId=id clOrdId='' instId=contract.symbol ordType='limit'
         tdMode='isolated' lever=leverage side posSide=position_side reduceOnly=closes px=price
-        sz=quantity accFillSz=filled avgPx=fill_price? fee=-fee feeCcy='USDT' state
-        cTime=created_ms uTime=updated_ms"""
+        sz=quantity accFillSz=filled avgPx=average? fee=-fee feeCcy='USDT' state
+        cTime=created_ms uTime=time_ms"""
     done_fields = "ordId=id clOrdId='' sCode='0' sMsg=''"
     leverage_fields = "instId=contract.symbol lever=leverage mgnMode='isolated'"
-    ledger_fields = """instId=contract.symbol ccy='USDT' type=kind pnl=gain fee=-fee balChg=change
-        bal=balance ts=time_ms ordId=order?.id px=order?.average sz=quantity"""
-    closing_fields = """instId=contract.symbol direction=order.position_side openAvgPx=entry_price
-        closeAvgPx=order.average closeTotalPos=quantity pnl=profit fee=-fees realizedPnl=realised
-        lever=order.leverage uTime=time_ms"""
+    ledger_fields = """instId=contract.symbol ccy='USDT' type=kind pnl=change balChg=change
+        bal=balance ts=time_ms"""
+    closing_fields = """instId=contract.symbol direction=position_side openAvgPx=entry_price
+        closeAvgPx=average closeTotalPos=closed pnl=profit fee=-fees realizedPnl=realised
+        lever=leverage uTime=time_ms"""
     hedged = True
     demo_keys = {"okx-eea": {"site": hosts.OKX_EEA}, "okx-us": {"site": hosts.OKX_US}}
 
