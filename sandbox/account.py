@@ -39,7 +39,7 @@ class Order:
 
     id: str
     contract: Contract
-    buy: bool
+    side: str  # buy or sell
     quantity: Decimal
     price: Decimal
     leverage: Decimal
@@ -55,16 +55,15 @@ class Order:
     entry_price: Decimal = NOTHING  # of that position
     open_fee: Decimal = NOTHING  # what opening the closed part had cost
     profit: Decimal = NOTHING  # before fees
+    fees: Decimal = NOTHING  # its own and that of opening
+    realised: Decimal = NOTHING  # the profit less these fees
+    change: Decimal = NOTHING  # of the wallet
     balance: Decimal = NOTHING  # the wallet after it
     kind = "trade"
 
     @property
-    def side(self) -> str:
-        return "buy" if self.buy else "sell"
-
-    @property
     def signed(self) -> Decimal:
-        return self.quantity if self.buy else -self.quantity
+        return self.quantity if self.side == "buy" else -self.quantity
 
     @property
     def is_open(self) -> bool:
@@ -75,25 +74,9 @@ class Order:
         return self.state == "cancelled"
 
     @property
-    def remaining(self) -> Decimal:
-        return self.quantity if self.is_open else NOTHING
-
-    @property
     def margin(self) -> Decimal:
         opened = NOTHING if self.closes else self.quantity
         return opened * self.contract.unit * self.price / self.leverage
-
-    @property
-    def change(self) -> Decimal:
-        return self.profit - self.fee
-
-    @property
-    def fees(self) -> Decimal:
-        return self.open_fee + self.fee
-
-    @property
-    def realised(self) -> Decimal:
-        return self.profit - self.fees
 
 
 @dataclass
@@ -217,16 +200,17 @@ class Account:
     def equity(self) -> Decimal:
         return self.balance + self.unrealised
 
-    def place(self, contract: Contract, buy: bool, quantity: Decimal, price: Decimal,
-              reduce_only: bool = False, side: str = "") -> Order:
+    def place(self, contract: Contract, side: str, quantity: Decimal, price: Decimal,
+              reduce_only: bool = False, position_side: str = "") -> Order:
         """A limit order; fills at once, at the mark price, when its own price crosses that."""
         if quantity <= 0 or quantity % contract.step:
             raise Refused("quantity")
         if price <= 0:
             raise Refused("invalid", "price")
-        closes = reduce_only or side == ("short" if buy else "long")
-        order = Order(self._new_order_id(), contract, buy, quantity, price,
-                      self.position(contract, side).leverage, closes, side, now_ms(), now_ms())
+        closes = reduce_only or (side, position_side) in (("buy", "short"), ("sell", "long"))
+        leverage = self.position(contract, position_side).leverage
+        order = Order(self._new_order_id(), contract, side, quantity, price, leverage, closes,
+                      position_side, now_ms(), now_ms())
         if closes and not self._closed_by(order):
             raise Refused("no_position")
         if order.margin > self.available:
@@ -249,12 +233,13 @@ class Account:
 
     def _match(self, order: Order) -> None:
         mark = order.contract.mark
-        if order.price >= mark if order.buy else order.price <= mark:
+        if order.price >= mark if order.side == "buy" else order.price <= mark:
             self.fill(order, mark)
 
     def _closed_by(self, order: Order) -> Decimal:
         held = self.position(order.contract, order.position_side)
-        return NOTHING if (held.quantity > 0) == order.buy else min(order.quantity, held.size)
+        closes = held.quantity < 0 if order.side == "buy" else held.quantity > 0
+        return min(order.quantity, held.size) if closes else NOTHING
 
     def fill(self, order: Order, price: Decimal) -> None:
         """Somebody takes it, whole. One that only closes goes no further than its position."""
@@ -272,6 +257,8 @@ class Account:
             gained = (price - held.entry_price) * order.contract.unit * held.quantity * share
             order.profit, order.entry_price = _money(gained), held.entry_price
             order.open_fee = _money(held.open_fee * share)
+        order.fees, order.change = order.open_fee + order.fee, order.profit - order.fee
+        order.realised = order.profit - order.fees
         self._book(order)
         held.take(order)
 

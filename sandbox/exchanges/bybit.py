@@ -51,9 +51,9 @@ class Bybit(Exchange):
         unrealisedPnl=unrealised curRealisedPnl=realised createdTime=opened_ms
         updatedTime=updated_ms"""
     order_fields = """orderId=id orderLinkId='' symbol=contract.symbol orderType='Limit' side price
-        qty=quantity timeInForce='GTC' reduceOnly=closes positionIdx=0 leavesQty=remaining
-        cumExecQty=filled avgPrice=average? cumExecFee=fee orderStatus=state
-        createdTime=created_ms updatedTime=time_ms"""
+        qty=quantity timeInForce='GTC' reduceOnly=closes positionIdx=0 cumExecQty=filled
+        avgPrice=average? cumExecFee=fee orderStatus=state createdTime=created_ms
+        updatedTime=time_ms"""
     done_fields = "orderId=id orderLinkId=''"
     ledger_fields = """symbol=contract.symbol transactionTime=time_ms currency='USDT' type=kind
         funding=change cashFlow='0' fee='0' change cashBalance=balance"""
@@ -92,6 +92,7 @@ class Bybit(Exchange):
         found = [order for order in self.account.orders.values() if order.contract is contract
                  and (order.id == wanted if wanted else order.is_open)]
         return [{**self.fields(self.order_fields, order),
+                 "leavesQty": plain(order.quantity) if order.is_open else "0",
                  "cumFeeDetail": {"USDT": plain(order.fee)} if order.filled else {}}
                 for order in found]
 

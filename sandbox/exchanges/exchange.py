@@ -80,9 +80,9 @@ class Exchange:
         self._ids = itertools.count(2_519_700_000_000_000_001)
         self.account = Account(self.contracts, self.new_order_id)
         for price in ("50000", "45000") if self.start_quantity else ():
-            self.account.place(self.account.contract(self.contracts[0][0]), True,
+            self.account.place(self.account.contract(self.contracts[0][0]), "buy",
                                Decimal(self.start_quantity), Decimal(price),
-                               side="long" if self.hedged else "")
+                               position_side="long" if self.hedged else "")
 
     def handle(self, request: Request) -> Response:
         try:
@@ -146,14 +146,14 @@ class Exchange:
         return self.fields(self.leverage_fields, position)
 
     def place(self, call: Call) -> Any:
-        position = self.asked_position(call)
-        side, quantity = call.text("side", ""), call.number("quantity")
+        position, quantity = self.asked_position(call), call.number("quantity")
+        side = {self.words[one]: one for one in ("buy", "sell")}.get(call.text("side", ""))
         if self.signed_sizes:
             side, quantity = ("buy" if quantity > 0 else "sell"), abs(quantity)
-        if side not in (self.words["buy"], self.words["sell"]):
+        if not side:
             raise Refused("invalid", "side")
         order = self.account.place(
-            position.contract, side == self.words["buy"], quantity, call.number("price"),
+            position.contract, side, quantity, call.number("price"),
             call.text("reduce_only", "") == "True", position.position_side)
         return self.fields(self.done_fields or self.order_fields, order)
 
@@ -230,7 +230,7 @@ class Exchange:
         self._refuse("operations", {one for one in self.routes.values() if not hasattr(self, one)})
         account = Account(self.contracts, lambda: "1")
         contract = account.contract(self.contracts[0][0])
-        order = account.place(contract, True, contract.step, contract.mark)
+        order = account.place(contract, "buy", contract.step, contract.mark)
         position = account.position(contract)
         for name, record in {
                 "balance": account, "coin": account, "position": position, "leverage": position,

@@ -2,7 +2,6 @@
 
 import hashlib
 
-from ..account import Order
 from ..http_message import wire_bytes
 from .call import mac
 from .exchange import Exchange
@@ -63,7 +62,7 @@ class Gate(Exchange):
     def fields(self, table, record):
         """A finished order also tells how it ended, and when."""
         row = super().fields(table, record)
-        if isinstance(record, Order) and not record.is_open:
+        if table == self.order_fields and not record.is_open:
             row.update(status="finished", finish_as=record.state, left=0 if record.filled
                        else row["size"], finish_time=record.time_ms / 1000)
         return row

@@ -47,8 +47,10 @@ class Okx(Exchange):
             not exist.
         unknown_order 200 51603 Order does not exist
     """
-    coin_fields = """ccy='USDT' eq=equity cashBal=balance availBal=available availEq=available
+    balance_fields = """ccy='USDT' eq=equity cashBal=balance availBal=available availEq=available
         frozenBal=margin ordFrozen=order_margin upl=unrealised"""
+    shapes = {"balance": lambda coin: {"totalEq": coin["eq"], "uTime": str(now_ms()),
+                                       "details": [{**coin, "uTime": str(now_ms())}]}}
     position_fields = """instType='SWAP' instId=contract.symbol posSide=side pos=size
         avgPx=entry_price markPx=contract.mark lever=leverage mgnMode='isolated' margin imr=''
         notionalUsd=value ccy='USDT' upl=unrealised realizedPnl=realised cTime=opened_ms
@@ -59,8 +61,8 @@ class Okx(Exchange):
         cTime=created_ms uTime=time_ms"""
     done_fields = "ordId=id clOrdId='' sCode='0' sMsg=''"
     leverage_fields = "instId=contract.symbol lever=leverage mgnMode='isolated'"
-    ledger_fields = """instId=contract.symbol ccy='USDT' type=kind pnl=change balChg=change
-        bal=balance ts=time_ms"""
+    ledger_fields = """instId=contract.symbol ccy='USDT' type=kind pnl=change fee='0'
+        balChg=change bal=balance ts=time_ms"""
     closing_fields = """instId=contract.symbol direction=position_side openAvgPx=entry_price
         closeAvgPx=average closeTotalPos=closed pnl=profit fee=-fees realizedPnl=realised
         lever=leverage uTime=time_ms"""
@@ -86,8 +88,3 @@ class Okx(Exchange):
 
     def key(self, _call):
         return {"acctLv": "2", "posMode": "long_short_mode", "perm": "read_only,trade"}
-
-    def balance(self, call):
-        now = str(now_ms())
-        coin = {**self.fields(self.coin_fields, self.account), "uTime": now}
-        return {"totalEq": coin["eq"], "uTime": now, "details": [coin]}
