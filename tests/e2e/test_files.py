@@ -93,10 +93,6 @@ class Files(ConnectorTest):
         os.symlink(root + ".ours", root)
         self.assertEqual(-signal.SIGABRT, self.connector("status").returncode)
 
-    def test_with_an_empty_home_the_root_lies_where_the_caller_stands(self):
-        self.env["HOME"] = ""
-        self.assertIn("device_id=" + DEVICE, self.answer("status"))
-
 
 class CarelessCallers(ConnectorTest):
     def careless(self):
@@ -191,10 +187,3 @@ class Keychain(ConnectorTest):
                   "load-credentials", odd)
         os.remove(self.path(item))
         self.assertIn("exchange=\napi_key=file\n", self.answer("load-credentials", odd))
-
-    def test_without_an_index_the_files_are_listed(self):
-        self.store_keys("bybit", "okx")
-        for name in ("gate.VAULT", ".vault", "kucoin.vault.bak", "bingx.vault/x"):
-            self.write("vault/" + name, "")
-        kept = re.findall("exchange=(.*) status=configured", self.answer("status"))
-        self.assertEqual(["bybit", "okx"], kept)

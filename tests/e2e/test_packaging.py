@@ -118,9 +118,3 @@ class Completion(PackagingTest):
         offered = [one.partition("\t")[0] for one in self.ask(shell, line)]
         expected = self.commands() if OFFERS[line] == ALL else OFFERS[line].split()
         self.assertEqual(sorted(expected), sorted(filter(None, offered)))
-
-    def test_zsh_and_fish_tell_the_unit_where_a_quantity_is_typed(self):
-        line = "place-open okx BTC_USDT buy "
-        unit = "quantity: coins on bybit, contracts on okx and gate"
-        self.assertEqual([unit], self.ask("zsh", line))
-        self.assertIn("?\t" + unit, self.ask("fish", line))

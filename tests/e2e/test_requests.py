@@ -243,11 +243,6 @@ class RelayAddress(ConnectorTest):
         self.assertEqual(f"{asked}/api/security/config",
                          f"{last.scheme}://{last.host}{last.target}")
 
-    def test_without_the_variable_the_built_in_relay_is_asked(self):
-        del self.env["MORVANE_RELAY_URL"]
-        self.assertIn(f'"relay_url":"{RELAY}","reachable":true',
-                      self.answer("server-health"))
-
     def test_an_empty_address_means_no_relay(self):
         self.env["MORVANE_RELAY_URL"] = ""
         self.assertIn('"health_status":"disconnected","wallet_address":"",'

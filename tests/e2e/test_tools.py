@@ -38,13 +38,6 @@ class Tools(ConnectorTest):
                 told_reason = rf"\nreason={reason}(Killed)?\n\Z"
                 self.assertRegex(run.stdout, told_reason)
 
-    def test_a_megabyte_of_chatter_is_passed_on_and_holds_nobody_up(self):
-        self.stand_in(openssl="yes chatter | head -c 1000000 >&2; "
-                              f'exec {self.real("openssl")} "$@"')
-        done = self.connector("validate", "bybit", *self.key("bybit"), timeout=60)
-        self.assertIn("\nstatus=valid_trade_ready\n", done.stdout)
-        self.assertEqual(1000000, len(done.stderr))
-
     def test_a_tool_inherits_the_three_standard_streams_alone(self):
         self.store_keys("bybit")
         self.stand_in(curl="for number in 3 4 5 6 7 8 9; do "

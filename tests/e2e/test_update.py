@@ -69,14 +69,6 @@ class Manifest(Updates):
         self.says(error("update_check_failed", manifest_url=MANIFEST), "update-check")
         self.assertEqual(1, len(self.box.requests))
 
-    def test_what_a_release_writes_is_read(self):
-        self.write("../Morvane-Connector-0.2.0.dmg", "image")
-        written = self.run_tool(HERE + "/../../packaging/write_manifest", "0.2.0",
-                                "Morvane-Connector-0.2.0.dmg", HOST)
-        self.publish(written.stdout)
-        self.assertIn('"latest_version":"0.2.0","update_available":true,'
-                      '"channel":"stable"', self.answer("update-check"))
-
 
 class Download(Updates):
     def assert_downloads(self, version, url=IMAGE, name=""):
@@ -158,8 +150,3 @@ class Apply(Updates):
         os.symlink("nowhere", self.path(LATEST))
         self.says(error("update_file_missing", updates_dir=self.path("updates")),
                   "update-apply")
-
-    def test_an_image_that_the_system_does_not_open_is_named(self):
-        self.write(LATEST, "image")
-        self.only_tools(open="exit 1")
-        self.says(error("open_dmg_failed", file=self.path(LATEST)), "update-apply")

@@ -122,11 +122,6 @@ class Answers(ConnectorTest):
             self.box.faults[:] = [broken]
             self.assert_accepted(exchange, *self.key(exchange, kind))
 
-    @each(*BROKEN_ANSWERS)
-    def test_without_a_good_answer_the_key_is_refused(self, _, fault, *more):
-        self.answer_at("bitget", fault, *more)
-        self.assert_refused("invalid", "bitget rejected credentials: .+", "bitget")
-
 
 class FailingTools(ConnectorTest):
     @each("bybit", "gate")
