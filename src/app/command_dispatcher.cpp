@@ -226,8 +226,6 @@ int fail_with_general_usage() {
 
 }  // namespace
 
-CommandDispatcher::CommandDispatcher(ConnectorApp& app) : app_(app) {}
-
 int CommandDispatcher::run_cli(int argc, char** argv) {
   if (argc < 2) {
     return fail_with_general_usage();

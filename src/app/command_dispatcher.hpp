@@ -8,7 +8,7 @@ namespace morvane::connector {
 class CommandDispatcher {
  public:
   // `app` is borrowed, bootstrapped, and must outlive the dispatcher.
-  explicit CommandDispatcher(ConnectorApp& app);
+  explicit CommandDispatcher(ConnectorApp& app) : app_(app) {}
 
   // Prints the command's result on standard output and returns the exit status: 0 when it ran (a
   // JSON result tells success by its own "status"), 2 when validate, set-wallet, load-credentials

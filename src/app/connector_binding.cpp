@@ -31,11 +31,8 @@ bool is_claimed(const std::string& response) {
 std::optional<std::string> wallet_in(const std::string& response) {
   constexpr std::string_view marker = R"("wallet":")";
   const std::size_t at = response.find(marker);
-  if (at == std::string::npos) {
-    return std::nullopt;
-  }
   const std::size_t begin = at + marker.size();
-  const std::size_t end = response.find('"', begin);
+  const std::size_t end = at == std::string::npos ? at : response.find('"', begin);
   if (end == std::string::npos) {
     return std::nullopt;
   }

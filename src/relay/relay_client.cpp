@@ -31,8 +31,6 @@ ShellLine post_line(const std::string& url, const std::string& body) {
 
 }  // namespace
 
-RelayClient::RelayClient(std::string server_url) : server_url_(std::move(server_url)) {}
-
 bool RelayClient::connect() {
   connected_ = !server_url_.empty();
   return connected_;

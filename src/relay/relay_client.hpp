@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 namespace morvane::connector {
 
@@ -20,7 +21,7 @@ class RelayClient {
  public:
   // `server_url` is https://, http://, wss:// or ws:// and a host; the last two stand for the
   // first two.
-  explicit RelayClient(std::string server_url);
+  explicit RelayClient(std::string server_url) : server_url_(std::move(server_url)) {}
 
   // Marks the client connected when it has a URL, and says so. Nothing is sent.
   bool connect();
