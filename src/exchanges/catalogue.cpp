@@ -1,7 +1,5 @@
 #include "exchanges/catalogue.hpp"
 
-#include <algorithm>
-
 namespace morvane::connector {
 
 extern const ExchangeAdapter bybit_adapter, okx_adapter, gate_adapter, bingx_adapter,
@@ -34,9 +32,12 @@ constexpr auto exchanges = std::to_array<Exchange>({
 std::span<const Exchange> catalogue() { return exchanges; }
 
 const Exchange* exchange_named(std::string_view id) {
-  const auto found = std::find_if(exchanges.begin(), exchanges.end(),
-                                  [&](const Exchange& exchange) { return exchange.id == id; });
-  return found == exchanges.end() ? nullptr : &*found;
+  for (const Exchange& exchange : exchanges) {
+    if (exchange.id == id) {
+      return &exchange;
+    }
+  }
+  return nullptr;
 }
 
 }  // namespace morvane::connector
