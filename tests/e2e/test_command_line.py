@@ -92,6 +92,11 @@ class Status(ConnectorTest):
         self.store_keys("Bybit", "gate")
         self.assertTrue(self.answer("status").endswith(self.exchange_lines(["gate"])))
 
+    def test_without_its_device_id_nothing_of_an_identity_is_kept(self):
+        self.write("device_identity.env", BOUND.identity_text().partition("\n")[2])
+        self.answer("status")
+        self.assertRegex(self.read("device_identity.env"), rf"\A{NEW_IDENTITY}\Z")
+
     @each(("paired and approved: the pairing's wallet", {"wallet": "0xNew"},
            "ready", "paired=true\nowner_wallet=0xNew\n"),
           ("where the pairing has none, the identity's", {"wallet": "", "approved": "0"},
@@ -103,3 +108,7 @@ class Status(ConnectorTest):
         printed = self.answer("status")
         self.assertIn(f"connector_health={health}\n", printed)
         self.assertIn(f"platform=macos\n{shown}vault_backend=", printed)
+
+    def test_an_emptied_status_becomes_wallet_set(self):
+        self.write("pairing.env", "pairing_status=\n")
+        self.says("pairing_status=wallet_set\n", "set-wallet", "")

@@ -38,6 +38,10 @@ class Tools(ConnectorTest):
                 told_reason = rf"\nreason={reason}(Killed)?\n\Z"
                 self.assertRegex(run.stdout, told_reason)
 
+    def test_what_a_tool_says_before_another_is_killed_is_passed_on(self):
+        run = self.validate("bybit", xxd=KILLED, openssl="echo openssl says this >&2")
+        self.assertEqual("openssl says this\n", run.stderr)
+
     def test_a_tool_inherits_the_three_standard_streams_alone(self):
         self.store_keys("bybit")
         self.stand_in(curl="for number in 3 4 5 6 7 8 9; do "

@@ -150,3 +150,8 @@ class Apply(Updates):
         os.symlink("nowhere", self.path(LATEST))
         self.says(error("update_file_missing", updates_dir=self.path("updates")),
                   "update-apply")
+
+    def test_an_image_that_the_system_does_not_open_is_named(self):
+        self.write(LATEST, "image")
+        self.stand_in(open="exit 1")
+        self.says(error("open_dmg_failed", file=self.path(LATEST)), "update-apply")
