@@ -79,6 +79,14 @@ class Files(ConnectorTest):
         self.assertIn("\ncredentials_saved=false\n", self.check_without_room())
         self.assertEqual("older", self.read("vault/bybit.vault"))
 
+    def test_where_a_link_leads_nowhere_yet_its_file_is_made_or_none(self):
+        os.symlink(self.path("../elsewhere"), self.path("vault/bybit.vault"))
+        self.check_without_room()
+        self.assertNotIn("elsewhere", os.listdir(self.home))
+        self.answer(*self.check)
+        self.assertEqual(CREDENTIAL.format("bybit", *self.key("bybit")),
+                         self.read("../elsewhere"))
+
     def test_a_wallet_in_the_relays_answer_writes_no_line_of_its_own(self):
         wallet = b"0x1\ndevice_id=device:macos:evil"
         self.box.faults[:] = [Fault.answer(
