@@ -16,10 +16,12 @@
 
 // What another run does before each reading of a state file.
 std::function<void()> before_reading;
+bool reading_fails = false;
 
 // In the place of the C library's.
 extern "C" ssize_t pread(int descriptor, void* buffer, std::size_t size, off_t offset) {
   if (before_reading) before_reading();
+  if (reading_fails) return -1;
   ::lseek(descriptor, offset, SEEK_SET);
   return ::read(descriptor, buffer, size);
 }
@@ -97,6 +99,19 @@ TEST(StateFile, a_text_that_only_one_reading_met_is_not_taken) {
   };
   EXPECT_EQ(file.read(), "half of it\nand all\n");
   before_reading = nullptr;
+  ::unlink(path.c_str());
+}
+
+TEST(StateFile, what_could_not_be_read_is_not_replaced_afterwards) {
+  const std::string path =
+      testing::TempDir() + "connector-test-" + std::to_string(::getpid());
+  ASSERT_EQ(StateFile(path).replace("old\n"), Kept::whole);
+  const StateFile file(path);
+  reading_fails = true;
+  EXPECT_EQ(file.read(), std::nullopt);
+  reading_fails = false;
+  EXPECT_EQ(file.replace("new\n"), Kept::refused);
+  EXPECT_EQ(StateFile(path).read(), "old\n");
   ::unlink(path.c_str());
 }
 
