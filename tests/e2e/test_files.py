@@ -68,9 +68,9 @@ class Files(ConnectorTest):
         """What the check prints where no file can grow beyond 20 bytes."""
         def full():
             resource.setrlimit(resource.RLIMIT_FSIZE, (20, resource.RLIM_INFINITY))
-        # For the counts of an instrumented binary, which cannot read cut ones.
-        self.env["GCOV_PREFIX"] = tempfile.mkdtemp(dir=self.home)
-        return self.answer(*self.check, status=2, preexec_fn=full)
+        # An instrumented binary cannot read its counts once they are cut: not its own here.
+        env = dict(self.env, GCOV_PREFIX=tempfile.mkdtemp(dir=self.home))
+        return self.answer(*self.check, status=2, preexec_fn=full, env=env)
 
     def test_a_key_that_finds_no_room_is_not_called_saved_and_the_older_one_stays(self):
         self.assertIn("\ncredentials_saved=false\n", self.check_without_room())
