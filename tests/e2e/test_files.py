@@ -68,7 +68,7 @@ class Files(ConnectorTest):
         """What the check prints where no file can grow beyond 20 bytes."""
         def full():
             resource.setrlimit(resource.RLIMIT_FSIZE, (20, resource.RLIM_INFINITY))
-        # An instrumented binary cannot read its counts once they were cut: none of its own.
+        # Elsewhere go the counts of an instrumented binary, which cannot read cut ones.
         env = dict(self.env, GCOV_PREFIX=tempfile.mkdtemp(dir=self.home))
         return self.answer(*self.check, status=2, preexec_fn=full, env=env)
 
