@@ -106,6 +106,12 @@ class Pairing(ConnectorTest):
                            '{"state":["waiting_for_signature"]}'):
                 self.check("claim-token token-2", before, after, claim_token=answer)
 
+    def test_a_first_claim_begins_with_nothing_accepted(self):
+        self.box.faults[:] = [Fault.answer(hosts.RELAY, 200, b'{"status":"ok"}')]
+        self.answer("claim-token", "token-1")
+        self.assertIn("platform_terms_accepted=0\nwallet_approval_confirmed=0\n",
+                      self.read("pairing.env"))
+
     def test_claim_token_changes_nothing_when_the_relay_does_not_take_it(self):
         for before in ALL:
             self.check("claim-token ", before, before, error("token_missing"))
