@@ -77,17 +77,17 @@ class Control:
 
     def lose(self, exchange: str) -> str:
         """its next answer is lost, after it did what was asked"""
-        self._box.faults.append(Fault.lost_answer(hosts.BY_EXCHANGE[exchange][0], times=1))
+        self._box.faults.append(Fault(hosts.BY_EXCHANGE[exchange][0], times=1, delivery="never"))
         return f"{exchange}: the next answer is lost"
 
     def down(self, host: str) -> str:
         """out of reach: an exchange, relay, download, or one host"""
-        self._box.faults[:0] = map(Fault.close, HOSTS[host])
+        self._box.faults[:0] = map(Fault.down, HOSTS[host])
         return f"{host} is down"
 
     def up(self, host: str) -> str:
         """there again"""
-        closed = list(map(Fault.close, HOSTS[host]))
+        closed = list(map(Fault.down, HOSTS[host]))
         self._box.faults[:] = [one for one in self._box.faults if one not in closed]
         return f"{host} is up"
 

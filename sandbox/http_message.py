@@ -43,50 +43,30 @@ class Response:
 
 @dataclass
 class Fault:
-    """One thing that goes wrong at `host`; the first that fits a request is used.
+    """What goes wrong at `host`; the first that fits a request is used.
 
-    With a `response` the host itself never sees the request.
+    An answer that never comes was still carried out by the host, unless there is a `response`.
     """
 
     host: str
     path: str = ""  # of requests whose target begins so; a certificate is the host's
     times: Optional[int] = None  # how many more requests it spoils; None is all of them
-    response: Optional[Response] = None
-    delivery: str = "whole"  # or half, nothing, endless
+    response: Optional[Response] = None  # stands for the host, which never sees the request
+    delivery: str = "whole"  # or half, though all is promised; never; endless, again and again
     unvouched: bool = False  # nobody vouches for the host's certificate
-
-    def fits(self, request: Request) -> bool:
-        return (self.host == request.host and request.target.startswith(self.path)
-                and self.times != 0)
 
     @classmethod
     def answer(cls, host: str, status: int = 200, body: bytes = b"", **where) -> "Fault":
         return cls(host, response=Response(status, body), **where)
 
     @classmethod
-    def close(cls, host: str, **where) -> "Fault":
+    def down(cls, host: str, **where) -> "Fault":
         """The connection ends before the host heard anything."""
-        return cls(host, response=Response(), delivery="nothing", **where)
+        return cls(host, response=Response(), delivery="never", **where)
 
-    @classmethod
-    def lost_answer(cls, host: str, **where) -> "Fault":
-        """The host does what it was asked to, and its answer is lost."""
-        return cls(host, delivery="nothing", **where)
-
-    @classmethod
-    def cut_off(cls, host: str, status: int = 0, body: bytes = b"", **where) -> "Fault":
-        """The whole answer is promised and half of it comes: the host's own, or this one."""
-        response = Response(status or 200, body) if status or body else None
-        return cls(host, delivery="half", response=response, **where)
-
-    @classmethod
-    def endless(cls, host: str, status: int = 200, body: bytes = b"x" * 4096, **where) -> "Fault":
-        """`body` again and again until the client leaves."""
-        return cls(host, delivery="endless", response=Response(status, body), **where)
-
-    @classmethod
-    def unknown_ca(cls, host: str, **where) -> "Fault":
-        return cls(host, unvouched=True, **where)
+    def fits(self, request: Request) -> bool:
+        return (self.host == request.host and request.target.startswith(self.path)
+                and self.times != 0)
 
 
 def wire_text(raw: bytes) -> str:

@@ -84,7 +84,7 @@ class _Connection(BaseHTTPRequestHandler):
 
     def _deliver(self, response: Response, how: str) -> None:
         body = response.body
-        if how != "nothing":
+        if how != "never":
             self.send_response_only(response.status)
             self.send_header("Connection", "close")
             for name, value in response.headers:

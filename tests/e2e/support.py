@@ -82,12 +82,14 @@ PRIVATE = ["unshare", "--mount",
 
 
 def each(*rows):
-    """Runs the test for each row, whose values it takes; a failure names the row."""
+    """Runs the test for each row, whose values it takes, in a fresh world; a failure
+    names the row."""
     def decorate(test):
         @functools.wraps(test)
         def run_rows(self):
             for row in rows:
                 with self.subTest(row):
+                    self.box.reset()
                     test(self, *(row if isinstance(row, tuple) else [row]))
         return run_rows
     return decorate
@@ -209,13 +211,9 @@ class ConnectorTest(unittest.TestCase):
         if os.path.isdir(folder):
             os.chmod(folder, 0o500)
             self.addCleanup(os.chmod, folder, 0o700)
-            self.be_stopped_by_modes()
-
-    def be_stopped_by_modes(self):
-        """From here on the mode of a file can stop the program, root's too."""
-        if os.geteuid() == 0 and "--bounding-set=-all" not in self.program:
-            self.program[-1:] = [shutil.which("setpriv"), "--inh-caps=-all",
-                                 "--bounding-set=-all", CONNECTOR]
+            if os.geteuid() == 0:  # whom the mode of a file would not stop
+                self.program = [shutil.which("setpriv"), "--inh-caps=-all",
+                                "--bounding-set=-all", CONNECTOR]
 
     def be(self, state):
         """Writes both state files."""
@@ -265,7 +263,7 @@ class ConnectorTest(unittest.TestCase):
         inside = [*PRIVATE, self.env["PATH"].split(os.pathsep)[0]]
         if not shutil.which("unshare") or self.box.run([*inside, "true"]).returncode:
             self.skipTest("this system allows no mount namespace of one's own")
-        self.program = [*inside, *self.program]
+        self.program = [*inside, CONNECTOR]
 
     def real(self, tool):
         """Where a tool is. A python3 on the PATH may be a script that wants others."""

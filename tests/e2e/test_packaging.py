@@ -24,9 +24,7 @@ class PackagingTest(ConnectorTest):
 
     def commands(self):
         """Those that the program itself names."""
-        usage = self.connector().stderr
-        self.assertRegex(usage, "<.*>")
-        return re.search("<(.*)>", usage)[1].split("|")
+        return re.search("<(.*)>", self.connector().stderr)[1].split("|")
 
 
 class Pages(PackagingTest):
@@ -37,26 +35,20 @@ class Pages(PackagingTest):
         return sorted(usage.strip().replace("usage: morvane-connector ", "") or command
                       for usage, command in zip(said, commands))
 
-    def test_the_manual_has_every_command_as_the_program_says_it(self):
+    def test_the_manual_has_every_command_with_its_arguments(self):
         with open(os.path.join(self.home, MANUAL), encoding="utf-8") as manual:
-            found = [self.usage_in_manual(line) for line in manual
-                     if line.startswith(".It Ic ")]
-        self.assertEqual(self.usages(), sorted(found), "the program, the manual")
-
-    def usage_in_manual(self, line):
-        """`.It Ic funding Ar symbol Op Ar minutes` is `funding <symbol> [minutes]`."""
-        required, _, optional = line.replace(".It Ic ", "").partition(" Op Ar ")
-        command, *names = required.replace(" Ar", "").split()
-        return " ".join([command, *(f"<{name}>" for name in names),
-                         *(f"[{name}]" for name in optional.split())])
+            items = re.findall(r"^\.It Ic (.*)", manual.read(), re.MULTILINE)
+        # An item is: funding Ar exchange symbol Op Ar lookback_minutes
+        found = sorted(re.sub("Op |Ar ", "", item) for item in items)
+        expected = [re.sub(r"[][<>]", "", usage) for usage in self.usages()]
+        self.assertEqual(expected, found, "the program, the manual")
 
     def test_the_readme_has_every_command_as_the_program_says_it(self):
         with open(os.path.join(TREE, "README.md"), encoding="utf-8") as readme:
             text = readme.read()
         # A row is: | `balance <exchange>` | what it does | what it answers |
-        table = text.partition("\n| command | does | answers |\n|---|---|---|\n")[2]
-        rows = table.partition("\n\n")[0].splitlines()
-        found = [row.split("`")[1] for row in rows if "`" in row]
+        table = text.partition("\n| command | does | answers |\n")[2].partition("\n\n")[0]
+        found = re.findall("^[|] `(.*?)`", table, re.MULTILINE)
         self.assertEqual(self.usages(), sorted(found), "the program, the README")
 
 

@@ -6,7 +6,6 @@ from sandbox import Fault, hosts
 from sandbox.http_message import Response
 from support import ConnectorTest, document, each, error
 
-HERE = os.path.dirname(os.path.abspath(__file__))
 HOST = f"https://{hosts.DOWNLOAD}"
 MANIFEST = HOST + "/current/manifest.json"
 IMAGE = HOST + "/image.dmg"
@@ -61,11 +60,10 @@ class Manifest(Updates):
 
     @each(Fault.answer(hosts.DOWNLOAD, 404, b'{"version":"9","dmgUrl":"u"}'),
           Fault.answer(hosts.DOWNLOAD),
-          Fault.cut_off(hosts.DOWNLOAD),
+          Fault(hosts.DOWNLOAD, delivery="half"),
           Fault(hosts.DOWNLOAD, response=Response(302, headers=[("Location", "/new")])))
     def test_one_that_did_not_come_whole_or_lies_elsewhere_is_none(self, fault):
-        self.box.faults[:] = [fault]
-        self.box.requests.clear()
+        self.box.faults.append(fault)
         self.says(error("update_check_failed", manifest_url=MANIFEST), "update-check")
         self.assertEqual(1, len(self.box.requests))
 
@@ -107,10 +105,11 @@ class Download(Updates):
         self.assertEqual(["/current/manifest.json"],
                          [one.target for one in self.box.requests])
 
-    @each(Fault.answer, Fault.cut_off)
-    def test_a_failed_download_leaves_the_latest_image_as_it_was(self, fault):
+    @each((404, "whole"), (200, "half"))
+    def test_a_failed_download_leaves_the_latest_image_as_it_was(self, status, delivery):
         self.write(LATEST, "older")
-        self.box.faults[:] = [fault(hosts.DOWNLOAD, 404, b"page", path="/image")]
+        self.box.faults.append(Fault(hosts.DOWNLOAD, "/image", delivery=delivery,
+                                     response=Response(status, b"page")))
         self.assert_no_download()
         self.assertEqual("older", self.read(LATEST))
 
