@@ -25,17 +25,6 @@ REFUSALS = {"bybit": "^110001 order not exists", "okx": "^51400 Cancellation fai
             "kucoin": "^10000[14] ", "bitget": "^40768 Order does not exist"}
 
 
-def comparable(value):
-    """Named values as a dictionary, numbers to the millionth."""
-    if isinstance(value, list):
-        return [comparable(one) for one in value]
-    if hasattr(value, "_asdict"):
-        value = value._asdict()
-    if isinstance(value, dict):
-        return {name: comparable(one) for name, one in value.items()}
-    return value if value is None or isinstance(value, str) else f"{value:.6f}"
-
-
 class Answers(ConnectorTest):
     """answers.py and answers.jq"""
 
@@ -43,20 +32,20 @@ class Answers(ConnectorTest):
         super().setUp()
         self.store_keys(*KNOWN)
 
-    def read(self, name, *command, about=None):
+    def read(self, name, *command, about=()):
         """What both functions of that name make of the command's answer: the same."""
         text = self.answer(*command)
-        more = [] if about is None else [about]
-        called = name + "".join(f'("{one}")' for one in more)
+        body = answers.read(text)["body"]
+        document = body["place"] if command[0] == "place-open" else body
+        found = getattr(answers, name)(command[1], document, *about)
+        called = name + "".join(f'("{one}")' for one in about)
         done = subprocess.run(
             ["jq", "-Rc", "-L", EXAMPLES, f'include "answers"; answer | {called}'],
             input=text, capture_output=True, encoding="utf-8", check=True)
-        body = answers.read(text)["body"]
-        document = body["place"] if command[0] == "place-open" else body
-        found = getattr(answers, name)(command[1], document, *more)
-        self.assertEqual(comparable(found),
-                         comparable(json.loads(done.stdout, parse_float=Decimal)),
-                         f"answers.py, then answers.jq, of {text}")
+        by_jq = json.loads(  # in tuples and decimals, too
+            done.stdout, object_hook=lambda one: tuple(one.values()),
+            parse_float=lambda number: round(Decimal(number), 8))
+        self.assertEqual(found, by_jq, f"answers.py, then answers.jq, of {text}")
         return found
 
     def check_account(self, exchange):
@@ -67,7 +56,7 @@ class Answers(ConnectorTest):
         held = [(one.side, one.size, one.entry_price, one.leverage, one.unrealised)
                 for one in account.held]
         self.assertEqual(held, self.read("positions", "get-position", exchange, SYMBOL,
-                                         about=SYMBOL))
+                                         about=[SYMBOL]))
         for kept in account.orders.values():
             order = self.read("order", "order-status", exchange, SYMBOL, kept.id)
             self.assertEqual((kept.id, kept.state, kept.quantity, kept.filled,
@@ -90,80 +79,75 @@ class Answers(ConnectorTest):
         self.check_account(exchange)
         closed = self.read("placed_id", "place-close", *trade, "51000")
         report = self.read("closing", "close-report", exchange, SYMBOL, closed,
-                           about=closed)
+                           about=[closed])
         booked = account.ledger[-1]
         self.assertEqual((None, -booked.fee) if exchange == "gate"
                          else (booked.profit, -booked.fees), report)
-        funded = self.read("funding", "funding", exchange, SYMBOL, about=SYMBOL)
+        funded = self.read("funding", "funding", exchange, SYMBOL, about=[SYMBOL])
         self.assertEqual(FUNDED[exchange], funded)
 
+
 class Scripts(ConnectorTest):
-    """desk.py and pair_trade.py"""
-
-    BYBIT_ORDERS = "/v5/order/create"
-    OKX_ORDERS = "/api/v5/trade/order"
-
     def setUp(self):
         super().setUp()
         self.store_keys(*answers.PLACED)
         self.stand_in(**{"morvane-connector": f'exec {CONNECTOR} "$@"'})
 
-    def script(self, expected_status, line, typed):
+    def script(self, name, *words, typed=b"", status=0):
         """What it prints when that is typed."""
-        name, *arguments = line.split()
         file = os.path.join(EXAMPLES, name)
-        run = self.run_tool(sys.executable, "-B", file, *arguments, input=typed)
-        self.assertEqual(expected_status, run.returncode)
+        run = self.run_tool(sys.executable, "-B", file, *words, input=typed)
+        self.assertEqual(status, run.returncode)
         return run.stdout + run.stderr
 
-    def desk_opens(self, expected_status, quantity, options="", typed=b""):
-        """At 500 USDT each."""
-        line = f"desk.py open okx {SYMBOL} short {quantity} 50000 5 --contract-size 0.01"
-        return self.script(expected_status, f"{line} {options}", typed)
+    def desk_opens(self, contracts, *options, **more):
+        """A short at OKX, of 500 USDT for each contract."""
+        return self.script("desk.py", "open", "okx", SYMBOL, "short", contracts, "50000",
+                           "5", "--contract-size", "0.01", *options, **more)
 
-    def trade(self, expected_status, second_leg):
-        """After a first one of 0.01 BTC on Bybit; the return key is pressed once."""
-        legs = f"bybit:0.01:50000 {second_leg}"
-        line = f"pair_trade.py --wait 0 {SYMBOL} {legs} 5"
-        return self.script(expected_status, line, b"\n")
+    def pair_trade(self, second_leg, **more):
+        """0.01 BTC at Bybit against that; the return key is pressed once."""
+        return self.script("pair_trade.py", "--wait", "0", SYMBOL, "bybit:0.01:50000",
+                           second_leg, "5", typed=b"\n", **more)
 
-    def orders_sent(self, target):
-        return len([one for one in self.box.requests if one.target == target])
-
-    def assert_opened_and_closed_on_bybit(self):
-        """There, two orders were sent, and no position is left."""
-        position = self.body("get-position", "bybit", SYMBOL)["result"]["list"][0]
-        self.assertEqual((2, 0), (self.orders_sent(self.BYBIT_ORDERS),
-                                  Decimal(position["size"])))
+    def assert_opened_and_closed(self, exchange):
+        """By two orders, and nothing is left."""
+        account = self.box.account(exchange)
+        self.assertEqual((2, []), (len(account.orders), account.held))
 
     def test_desk_sends_more_than_most_only_after_a_yes(self):
-        self.assertIn("= 5000 USDT", self.desk_opens(1, 10, "--most 4999", b"no\n"))
-        self.assertIn("nobody is there", self.desk_opens(1, 10))
-        self.assertEqual(0, self.orders_sent(self.OKX_ORDERS))
-        self.desk_opens(0, 10, typed=b"yes\n")
-        self.desk_opens(0, 10, "--most 5000")
-        self.assertEqual(2, self.orders_sent(self.OKX_ORDERS))
+        asked = self.desk_opens("10", "--most", "4999", typed=b"no\n", status=1)
+        self.assertIn("= 5000 USDT", asked)
+        self.assertIn("nobody is there", self.desk_opens("10", status=1))
+        self.assertEqual({}, self.box.account("okx").orders)
+        self.desk_opens("10", typed=b"yes\n")
+        self.desk_opens("10", "--most", "5000")
+        self.assertEqual(2, len(self.box.account("okx").orders))
 
     def test_desk_exits_otherwise_than_with_0_after_a_refusal_or_no_answer(self):
-        refused = self.desk_opens(1, 999999, "--most 9999999999")
+        refused = self.desk_opens("999999", "--most", "9999999999", status=1)
         self.assertIn("refused: 51008", refused)
-        self.box.faults.append(Fault.lost_answer(hosts.OKX_GLOBAL, path=self.OKX_ORDERS))
-        self.assertIn("may be there", self.desk_opens(3, 1, "--most 500"))
+        self.box.faults.append(
+            Fault(hosts.OKX_GLOBAL, "/api/v5/trade/order", delivery="never"))
+        unknown = self.desk_opens("1", "--most", "500", status=3)
+        self.assertIn("may be there", unknown)
 
     def test_pair_trade_opens_and_closes_both_legs_and_tells_what_it_brought(self):
-        before = Decimal(self.body("balance", "gate")["total"])
-        printed = self.trade(0, "gate:100:50000")
-        change = Decimal(self.body("balance", "gate")["total"]) - before
-        self.assertIn(f"\ngate short: {change:+f} USDT\n", printed)
-        self.assertEqual([], self.body("get-position", "gate", SYMBOL))
-        self.assert_opened_and_closed_on_bybit()
+        gate = self.box.account("gate")
+        before = gate.balance
+        printed = self.pair_trade("gate:100:50000")
+        change = gate.balance - before
+        self.assertIn(f"\ngate short: {change.normalize():+f} USDT\n", printed)
+        self.assert_opened_and_closed("gate")
+        self.assert_opened_and_closed("bybit")
 
     def test_pair_trade_unwinds_the_first_leg_when_the_second_is_refused(self):
-        self.assertIn("refused: 51008", self.trade(1, "okx:99999999:50000"))
-        self.assert_opened_and_closed_on_bybit()
+        printed = self.pair_trade("okx:99999999:50000", status=1)
+        self.assertIn("refused: 51008", printed)
+        self.assert_opened_and_closed("bybit")
 
     def test_pair_trade_does_not_send_again_an_order_whose_answer_was_lost(self):
         self.box.faults.append(
-            Fault.lost_answer(hosts.BYBIT, path=self.BYBIT_ORDERS, times=1))
-        self.assertIn("asking for the position", self.trade(0, "okx:1:50000"))
-        self.assert_opened_and_closed_on_bybit()
+            Fault(hosts.BYBIT, "/v5/order/create", times=1, delivery="never"))
+        self.assertIn("asking for the position", self.pair_trade("okx:1:50000"))
+        self.assert_opened_and_closed("bybit")
