@@ -6,49 +6,25 @@
 #include <utility>
 #include <vector>
 
-#include "exchanges/live_check.hpp"
 #include "net/shell.hpp"
 #include "state/credential_text.hpp"
 #include "state/private_file.hpp"
 
-// What nobody could see who runs the program: every character in a Python text, odd
-// lines, a file in the moment of its writing.
+// What nobody could see who runs the program: how a line ended, odd texts of
+// the keychain, a file in the moment of its writing.
 
 // What another run does before each reading of a state file.
 std::function<void()> before_reading;
-bool reading_fails = false;
 
 // In the place of the C library's.
 extern "C" ssize_t pread(int descriptor, void* buffer, std::size_t size, off_t offset) {
   if (before_reading) before_reading();
-  if (reading_fails) return -1;
   ::lseek(descriptor, offset, SEEK_SET);
   return ::read(descriptor, buffer, size);
 }
 
 namespace morvane::connector {
 namespace {
-
-using Rows = std::vector<std::pair<std::string, std::string>>;
-
-TEST(PyStringLiteral, every_text_is_read_back_by_python_as_itself) {
-  std::vector<std::string> values = {"",           "'''",
-                                     R"(\\\'\n\)", R"(\x41\N{BULLET})",
-                                     "'+exit()+'", "\xc3\xa9 \xe9\x8d\xb5"};
-  for (int byte = 1; byte < 128; ++byte) {  // above it, only UTF-8 is text
-    const std::string character(1, static_cast<char>(byte));
-    values.push_back(character + "\\" + character + "n'");
-  }
-  std::string script = "for value in (";
-  std::string expected;
-  for (const std::string& value : values) {
-    script += py_string_literal(value) + ",";
-    for (const char byte : value) expected += std::to_string(byte & 0xff) + " ";
-    expected += "\n";
-  }
-  EXPECT_EQ(run_python(script + "):\n    print(*value.encode(), '')\nprint('end')"),
-            expected + "end");
-}
 
 TEST(RunCommand, gives_the_lines_own_status_and_all_that_it_printed) {
   const std::vector<std::pair<ShellLine, std::string>> rows = {
@@ -68,16 +44,17 @@ TEST(RunCommand, gives_the_lines_own_status_and_all_that_it_printed) {
 }
 
 TEST(CredentialText, is_read_line_by_line_without_trimming_also_from_the_keychains_hex) {
-  const Rows rows = {{"api_secret=\napi_key=k\nexchange=okx", "okx|k||"},
-                     {"api_key=k\r\n\n=v\npassphrase= a=b== \n", "|k\r|| a=b== "},
-                     {"api_key=1\napi_key=2\n# x\napi_secret\n", "|2||"},
-                     {" api_key=x\napi_key =y\napi_keys=z\nAPI_KEY=z\n", "|||"},
-                     {"6170695F6B65793D6B\n", "|k||"},  // api_key=k
-                     {"6170695f6b65793d6b", "|k||"},
-                     {"6170695f6b65793d6b6\n", "|||"},
-                     {"tool(7): a warning\nabba\n6170695f6b65793d6b\n", "|k||"},
-                     {"api_key=plain\n6170695f6b65793d6b\n", "|plain||"},
-                     {"6170695f6b65793d6b x\n", "|||"}};
+  const std::vector<std::pair<std::string, std::string>> rows = {
+      {"api_secret=\napi_key=k\nexchange=okx", "okx|k||"},
+      {"api_key=k\r\n\n=v\npassphrase= a=b== \n", "|k\r|| a=b== "},
+      {"api_key=1\napi_key=2\n# x\napi_secret\n", "|2||"},
+      {" api_key=x\napi_key =y\napi_keys=z\nAPI_KEY=z\n", "|||"},
+      {"6170695F6B65793D6B\n", "|k||"},  // api_key=k
+      {"6170695f6b65793d6b", "|k||"},
+      {"6170695f6b65793d6b6\n", "|||"},
+      {"tool(7): a warning\nabba\n6170695f6b65793d6b\n", "|k||"},
+      {"api_key=plain\n6170695f6b65793d6b\n", "|plain||"},
+      {"6170695f6b65793d6b x\n", "|||"}};
   for (const auto& [output, read] : rows) {
     const StoredCredential found = parse_credential_text(decode_keychain_output(output));
     const std::string secrets =
@@ -99,19 +76,6 @@ TEST(StateFile, a_text_that_only_one_reading_met_is_not_taken) {
   };
   EXPECT_EQ(file.read(), "half of it\nand all\n");
   before_reading = nullptr;
-  ::unlink(path.c_str());
-}
-
-TEST(StateFile, what_could_not_be_read_is_not_replaced_afterwards) {
-  const std::string path =
-      testing::TempDir() + "connector-test-" + std::to_string(::getpid());
-  ASSERT_EQ(StateFile(path).replace("old\n"), Kept::whole);
-  const StateFile file(path);
-  reading_fails = true;
-  EXPECT_EQ(file.read(), std::nullopt);
-  reading_fails = false;
-  EXPECT_EQ(file.replace("new\n"), Kept::refused);
-  EXPECT_EQ(StateFile(path).read(), "old\n");
   ::unlink(path.c_str());
 }
 
