@@ -11,6 +11,7 @@ from support import BOUND, EXCHANGES, ConnectorTest, document, each, error
 
 TABLE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../requests.txt")
 RELAY = f"https://{hosts.RELAY}"
+MANIFEST = f"https://{hosts.DOWNLOAD}/current/manifest.json"
 
 # Headers that curl, or Python's client, adds by itself.
 ADDED = ("host", "user-agent", "accept", "accept-encoding", "content-length",
@@ -157,16 +158,6 @@ class Answers(ConnectorTest):
         self.says(text + "\n", "bind-status")
 
 
-def no_manifest(reason):
-    return error(reason, manifest_url=f"https://{hosts.DOWNLOAD}/current/manifest.json")
-
-
-class Failures(ConnectorTest):
-    def setUp(self):
-        super().setUp()
-        self.store_keys(*EXCHANGES)
-        self.be(BOUND)
-
     def fail_curl_with_limit(self, seconds):
         """A curl that fails if it has that limit of time, and prints what looks well."""
         self.stand_in(curl=f'''case "$*" in
@@ -184,8 +175,8 @@ esac''')
           ("bind-wallet", 15, error("bind_request_failed")),
           ("balance kucoin", 20, error("http_failed")),
           ("place-close gate BTC_USDT buy 1 2", 20, error("http_failed")),
-          ("update-check", 20, no_manifest("update_check_failed")),
-          ("update-download", 20, no_manifest("manifest_fetch_failed")))
+          ("update-check", 20, error("update_check_failed", manifest_url=MANIFEST)),
+          ("update-download", 20, error("manifest_fetch_failed", manifest_url=MANIFEST)))
     def test_a_failed_transfer_is_told_in_the_commands_own_words(
             self, command, seconds, answer):
         self.fail_curl_with_limit(seconds)

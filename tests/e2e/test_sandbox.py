@@ -81,10 +81,8 @@ class Switches(ConnectorTest):
 class Tables(unittest.TestCase):
     SLIPS = {
         "no order has this": {"order_fields": "orderId=idd"},
-        "funding has no order": {"ledger_fields": "orderId=order.id"},
         "there is no such reason": {"errors": Bybit.errors + "no_money 200 1 none"},
         "a reason has no words": {"errors": "key 200 1 none"},
-        "there is no such state": {"words": {"opened": "New"}},
         "there is no such operation": {"routes": {"GET /v5/position/list": "positon"}},
         "there is no such setting": {"order_field": ""},
     }
