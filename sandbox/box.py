@@ -3,7 +3,6 @@
 import os
 import re
 import shutil
-import ssl
 import subprocess
 import sys
 import tempfile
@@ -39,7 +38,6 @@ class Sandbox:
 
     def __init__(self, path: Sequence[str] = ()) -> None:
         self._path = [os.path.abspath(directory) for directory in path]
-        self._certificates: dict[str, ssl.SSLContext] = {}
         self._lock = threading.Lock()
         self.reset()
 
@@ -49,8 +47,7 @@ class Sandbox:
             stack.callback(shutil.rmtree, self._folder, ignore_errors=True)
             self.home = self._new_folder("home")
             furnish(self.home)
-            self._certificates["known"] = certify(self._new_folder("known"))
-            proxy = Proxy(self)
+            proxy = Proxy(self, certify(self._folder))
             stack.callback(proxy.server_close)
             stack.callback(proxy.shutdown)
             self.env = self._environment(proxy.url)
@@ -93,14 +90,6 @@ class Sandbox:
             response = fault.response or self._services[request.host](request)
             return response, fault.delivery
 
-    def certificate(self, host: str) -> ssl.SSLContext:
-        with self._lock:
-            spoiled = any(one.host == host and one.unvouched for one in self.faults)
-            name = "stranger" if spoiled else "known"
-            if name not in self._certificates:
-                self._certificates[name] = certify(self._new_folder(name))
-            return self._certificates[name]
-
     def run(self, argv: Sequence[str], **options: Any) -> "subprocess.CompletedProcess[Any]":
         """Runs a command inside; its output comes as text, byte for byte.
 
@@ -118,7 +107,7 @@ class Sandbox:
 
     def _environment(self, proxy: str) -> dict[str, str]:
         """What passes of the caller's, and what leads into this world."""
-        authority = os.path.join(self._folder, "known", "certificate.pem")
+        authority = os.path.join(self._folder, "certificate.pem")
         env = {name: value for name, value in os.environ.items() if PASSING.fullmatch(name)}
         env.update(HOME=self.home, https_proxy=proxy, http_proxy=proxy,
                    CURL_CA_BUNDLE=authority, SSL_CERT_FILE=authority, SANDBOX_AUTHORITY=authority,

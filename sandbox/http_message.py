@@ -49,11 +49,10 @@ class Fault:
     """
 
     host: str
-    path: str = ""  # of requests whose target begins so; a certificate is the host's
+    path: str = ""  # of requests whose target begins so
     times: Optional[int] = None  # how many more requests it spoils; None is all of them
     response: Optional[Response] = None  # stands for the host, which never sees the request
     delivery: str = "whole"  # or half, though all is promised; never; endless, again and again
-    unvouched: bool = False  # nobody vouches for the host's certificate
 
     @classmethod
     def answer(cls, host: str, status: int = 200, body: bytes = b"", **where) -> "Fault":

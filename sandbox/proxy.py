@@ -31,9 +31,9 @@ class Proxy(ThreadingTCPServer):
     daemon_threads = True
     request_queue_size = 128
 
-    def __init__(self, box) -> None:
+    def __init__(self, box, context: ssl.SSLContext) -> None:
         super().__init__(("127.0.0.1", 0), _Connection)
-        self.box = box
+        self.box, self.context = box, context
         self.url = "http://127.0.0.1:%d" % self.server_address[1]
         threading.Thread(target=self.serve_forever, args=(0.05,), daemon=True).start()
 
@@ -59,8 +59,7 @@ class _Connection(BaseHTTPRequestHandler):
         self.send_response_only(200, "Connection established")
         self.end_headers()
         self.host, self.close_connection = host, True
-        with self.server.box.certificate(host).wrap_socket(
-                self.request, server_side=True) as self.request:
+        with self.server.context.wrap_socket(self.request, server_side=True) as self.request:
             self.setup()
             self.handle_one_request()
 

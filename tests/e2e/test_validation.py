@@ -8,6 +8,7 @@ import sys
 
 from sandbox import Fault, hosts
 from sandbox.http_message import Response
+from sandbox.proxy import certify
 from support import CREDENTIAL, EXCHANGES, ConnectorTest, each
 
 PROBED = ("okx", "bingx", "kucoin", "bitget")  # by a Python program
@@ -116,9 +117,11 @@ class Answers(ConnectorTest):
         self.assert_refused("invalid", reason, exchange)
 
     @each(*EXCHANGES)
-    def test_an_answer_under_a_strange_certificate_is_none(self, exchange):
-        self.box.faults += [Fault(host, unvouched=True)
-                            for host in hosts.BY_EXCHANGE[exchange]]
+    def test_an_answer_under_a_certificate_of_strangers_is_none(self, exchange):
+        certify(self.home)  # the authority of another sandbox
+        self.env.update(dict.fromkeys(
+            ("CURL_CA_BUNDLE", "SSL_CERT_FILE", "SANDBOX_AUTHORITY"),
+            os.path.join(self.home, "certificate.pem")))
         self.assertEqual(("false",) * 4, self.validate(exchange)[3:7])
 
     @each((401, "half"), (200, "half"), (200, "never"), (200, "endless"),
