@@ -70,10 +70,9 @@ class Exchange:
     def __init__(self, refusals: list[Refused]) -> None:
         """`refusals` gets why a request is not let in."""
         self._refusals = refusals
-        phrases = ("demo-passphrase", "Пароль") if "passphrase" in self.credentials else ("", "")
-        self.keys = [ApiKey(f"demo-{name}-key", f"demo-{name}-secret", phrases[0], **traits)
+        passphrase = "demo-passphrase" if "passphrase" in self.credentials else ""
+        self.keys = [ApiKey(f"demo-{name}-key", f"demo-{name}-secret", passphrase, **traits)
                      for name, traits in {self.name: {}, **self.demo_keys}.items()]
-        self.keys.append(ApiKey("clé-Größe-鍵", "Schlüssel-秘密", phrases[1]))
         self._errors = {row.split()[0]: row.split(None, 3)[1:]
                         for row in self.errors.strip().splitlines()}
         self._check_tables()
