@@ -46,40 +46,49 @@ def read_table():
     return rows, headers
 
 
-class EveryRequest(ConnectorTest):
-    """tests/requests.txt, row by row."""
+ROWS, HEADERS = read_table()
 
+
+class EveryRequest(ConnectorTest):
     def setUp(self):
         super().setUp()
         self.store_keys("hyperliquid", "Bybit", *EXCHANGES)
         self.be(BOUND)
-        self.rows, self.headers = read_table()
 
-    def test_what_goes_out_is_what_the_table_says_and_no_exchange_refuses_it(self):
-        for command, expected in self.rows:
-            with self.subTest(command):
-                run = self.run_row(shlex.split(command))
-                sent = [piece for one in self.box.requests
-                        for piece in self.as_told(one, command.split()[0])]
-                if not self.box.requests:
-                    sent = [f"nothing is sent: {json.loads(run.stdout)['reason']}"]
-                self.assertEqual(expected, sent, "the table's, then what was sent")
-                if not command.startswith(REFUSED_IN_PART):
-                    self.assertEqual([], [one.reason for one in self.box.refusals],
-                                     "refused by the exchange")
-
-    def test_each_exchange_has_rows(self):
-        asked = {command.split()[1] for command, _ in self.rows if " " in command}
-        self.assertEqual(set(), set(EXCHANGES) - asked)
-
-    def run_row(self, words):
-        self.box.requests.clear()
-        self.box.refusals.clear()
-        exchange = words[1] if len(words) > 1 else ""
+    @each(*ROWS)
+    def test_what_goes_out_is_what_the_table_says_and_no_exchange_refuses_it(
+            self, command, expected):
+        name, *arguments = shlex.split(command)
+        exchange = arguments[0] if arguments else ""
         parts = self.key(exchange) if exchange in EXCHANGES else ["", "", ""]
         self.credential = dict(zip(("<key>", "<secret>", "<passphrase>"), parts))
         self.began = time.time()
-        return self.connector(*(self.credential.get(word, word) for word in words))
+        run = self.connector(name, *(self.credential.get(one, one) for one in arguments))
+        sent = [piece for one in self.box.requests for piece in self.as_told(one, name)]
+        if not self.box.requests:
+            sent = [f"nothing is sent: {json.loads(run.stdout)['reason']}"]
+        self.assertEqual(expected, sent, "the table's, then what was sent")
+        if not command.startswith(REFUSED_IN_PART):
+            self.assertEqual([], [one.reason for one in self.box.refusals],
+                             "refused by the exchange")
+
+    def test_each_exchange_has_rows(self):
+        asked = {command.split()[1] for command, _ in ROWS if " " in command}
+        self.assertEqual(set(), set(EXCHANGES) - asked)
+
+    @each(os.fsdecode(bytes(range(1, 256))),
+          "$(touch ran)`touch ran`; touch ran #'; touch ran; \"\ntouch ran\n-o ran")
+    def test_any_text_arrives_in_an_order_as_it_is_and_nothing_of_it_runs(self, text):
+        folder = os.path.join(self.home, "here")
+        os.makedirs(folder, exist_ok=True)
+        self.answer("place-open", "okx", text, text, text, text, "5", cwd=folder)
+        leverage, order = [os.fsdecode(one.body) for one in self.box.requests]
+        self.assertEqual(f'{{"instId":"{text}","lever":"5","mgnMode":"isolated",'
+                         '"posSide":"short"}', leverage)
+        self.assertEqual(f'{{"instId":"{text}","tdMode":"isolated","posSide":"short",'
+                         f'"side":"{text}","ordType":"limit","px":"{text}",'
+                         f'"sz":"{text}"}}', order)
+        self.assertEqual([], os.listdir(folder), "Something ran.")
 
     def as_told(self, request, command):
         """The pieces in which the table tells of a request."""
@@ -98,7 +107,7 @@ class EveryRequest(ConnectorTest):
     def unlisted_headers(self, request, command):
         """What the table has to say of a request's headers beyond its lists."""
         listed = dict(line.split(": ") for of in ("", command)
-                      for line in self.headers.get((of, request.host), []))
+                      for line in HEADERS.get((of, request.host), []))
         if request.body:
             listed.setdefault("Content-Type", "application/json")
         as_listed = {name.lower(): name for name in listed}
@@ -203,23 +212,6 @@ esac''')
         self.box.faults.append(Fault.down(host, times=1))
         self.says(error("http_failed"), *command.split())
         self.assertEqual(sent, len(self.box.requests))
-
-
-class HostileTexts(ConnectorTest):
-    @each(os.fsdecode(bytes(range(1, 256))),
-          "$(touch ran)`touch ran`; touch ran #'; touch ran; \"\ntouch ran\n-o ran")
-    def test_any_text_arrives_in_an_order_as_it_is_and_nothing_of_it_runs(self, text):
-        self.store_keys("okx")
-        folder = os.path.join(self.home, "here")
-        os.makedirs(folder, exist_ok=True)
-        self.answer("place-open", "okx", text, text, text, text, "5", cwd=folder)
-        leverage, order = [os.fsdecode(one.body) for one in self.box.requests]
-        self.assertEqual(f'{{"instId":"{text}","lever":"5","mgnMode":"isolated",'
-                         '"posSide":"short"}', leverage)
-        self.assertEqual(f'{{"instId":"{text}","tdMode":"isolated","posSide":"short",'
-                         f'"side":"{text}","ordType":"limit","px":"{text}",'
-                         f'"sz":"{text}"}}', order)
-        self.assertEqual([], os.listdir(folder), "Something ran.")
 
 
 class RelayAddress(ConnectorTest):

@@ -20,6 +20,7 @@ class Updates(ConnectorTest):
     def setUp(self):
         super().setUp()
         self.box.downloads.images["/image.dmg"] = b"image"
+        self.stand_in(open="printf '%s\\n' $# \"$@\" >\"$HOME/opened\"")
 
     def publish(self, manifest):
         self.box.downloads.manifest = manifest.encode()
@@ -27,15 +28,13 @@ class Updates(ConnectorTest):
     def announce(self, version, url=IMAGE):
         self.publish(f'{{"version":"{version}","dmgUrl":"{url}"}}')
 
-
-class Manifest(Updates):
     @each(("a plain one", '{"version":"0.1.0.0","dmgUrl":"u","channel":"a"}',
            "0.1.0.0", False, "a"),
           ("blanks, and a number for a text",
            '{"version" :\n "0.2\n\t","dmgUrl":"u","channel":2}', "0.2\n\t", True, ""),
           ("no JSON", 'no JSON, "version":"0.10\r\\"x", but "dmgUrl":"u"',
            "0.10\r\\", True, ""))
-    def test_it_is_read_by_its_first_texts_and_echoed(
+    def test_a_manifest_is_read_by_its_first_texts_and_echoed(
             self, _, manifest, version, newer, channel):
         self.publish(manifest)
         answer = document("ok", current_version="0.1.0", latest_version=version,
@@ -44,7 +43,7 @@ class Manifest(Updates):
         self.says(answer.replace('"RAW"', manifest), "update-check")
 
     @each('{"version":"0.2.0"}', '{"version":"","dmgUrl":"u"}', "<h1>\r\n</h1>\n")
-    def test_without_a_version_or_an_address_it_is_invalid_and_echoed(self, manifest):
+    def test_one_without_a_version_or_an_address_is_invalid_and_echoed(self, manifest):
         self.publish(manifest)
         answer = error("manifest_invalid", manifest_url=MANIFEST, manifest="RAW")
         for command in ("update-check", "update-download"):
@@ -62,13 +61,11 @@ class Manifest(Updates):
           Fault.answer(hosts.DOWNLOAD),
           Fault(hosts.DOWNLOAD, delivery="half"),
           Fault(hosts.DOWNLOAD, response=Response(302, headers=[("Location", "/new")])))
-    def test_one_that_did_not_come_whole_or_lies_elsewhere_is_none(self, fault):
+    def test_a_manifest_that_did_not_come_whole_or_lies_elsewhere_is_none(self, fault):
         self.box.faults.append(fault)
         self.says(error("update_check_failed", manifest_url=MANIFEST), "update-check")
         self.assertEqual(1, len(self.box.requests))
 
-
-class Download(Updates):
     def assert_downloads(self, version, url=IMAGE, name=""):
         """The newer version, under its name if that differs."""
         self.announce(version, url)
@@ -123,12 +120,6 @@ class Download(Updates):
         self.assertEqual(6 * f"-sS --fail --max-time 20 {MANIFEST}\n"
                          + f"-sS --fail --max-time 300 -L {IMAGE} -o "
                            f"{self.path(image_name('9'))}\n", self.read("../log"))
-
-
-class Apply(Updates):
-    def setUp(self):
-        super().setUp()
-        self.stand_in(open="printf '%s\\n' $# \"$@\" >\"$HOME/opened\"")
 
     def assert_opens(self, name):
         self.says(document("ok", applied=False, install_flow_started=True,
