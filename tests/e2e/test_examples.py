@@ -9,7 +9,7 @@ from decimal import Decimal
 from sandbox import Fault, hosts
 from support import CONNECTOR, ConnectorTest, each
 
-EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../examples")
+EXAMPLES = os.path.abspath("examples")
 sys.path.insert(0, EXAMPLES)
 import answers  # noqa: E402
 

@@ -7,15 +7,13 @@ import shutil
 import signal
 import stat
 import subprocess
-import tempfile
 from concurrent.futures import ThreadPoolExecutor
 
 from sandbox.home import KEYCHAIN
 from sandbox import Fault, hosts
-from support import BOUND, CONNECTOR, CREDENTIAL, DEVICE, ConnectorTest, each
+from support import BOUND, CONNECTOR, CREDENTIAL, DEVICE, ConnectorTest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-STAND_IN = os.path.join(HERE, "../stand_ins/security")
+STAND_IN = os.path.abspath("tests/stand_ins/security")
 
 
 class Files(ConnectorTest):

@@ -7,7 +7,6 @@ import shutil
 
 from support import CONNECTOR, EXCHANGES, ConnectorTest, each
 
-TREE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
 PROGRAM = "bin/morvane-connector"
 MANUAL = "share/man/man1/morvane-connector.1"
 COMPLETIONS = {"bash": "share/bash-completion/completions/morvane-connector",
@@ -44,10 +43,10 @@ class Pages(PackagingTest):
         self.assertEqual(expected, found, "the program, the manual")
 
     def test_the_readme_has_every_command_as_the_program_says_it(self):
-        with open(os.path.join(TREE, "README.md"), encoding="utf-8") as readme:
-            text = readme.read()
+        with open("README.md", encoding="utf-8") as readme:
+            below = readme.read().partition("\n| command | does | answers |\n")[2]
         # A row is: | `balance <exchange>` | what it does | what it answers |
-        table = text.partition("\n| command | does | answers |\n")[2].partition("\n\n")[0]
+        table = below.partition("\n\n")[0]
         found = re.findall("^[|] `(.*?)`", table, re.MULTILINE)
         self.assertEqual(self.usages(), sorted(found), "the program, the README")
 

@@ -40,9 +40,7 @@ class Pairing(ConnectorTest):
                 Fault.answer(hosts.RELAY, 200, os.fsencode(answer),
                              path="/api/connector/" + call.replace("_", "-"))
                 for call, answer in answers.items()]
-            run = self.connector(*command.split(" "))
-            expected = printed or list(answers.values())[-1] + "\n"
-            self.assertEqual((0, expected, ""), (run.returncode, run.stdout, run.stderr))
+            self.says(printed or list(answers.values())[-1] + "\n", *command.split(" "))
             calls = [os.path.basename(one.path).replace("-", "_")
                      for one in self.box.requests]
             self.assertEqual(list(answers), calls)

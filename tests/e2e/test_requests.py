@@ -9,7 +9,6 @@ import time
 from sandbox import Fault, hosts
 from support import BOUND, EXCHANGES, ConnectorTest, document, each, error
 
-TABLE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../requests.txt")
 RELAY = f"https://{hosts.RELAY}"
 MANIFEST = f"https://{hosts.DOWNLOAD}/current/manifest.json"
 
@@ -26,7 +25,7 @@ def read_table():
     """The rows of tests/requests.txt, each a command and what goes out for it, in
     pieces; and its lists of headers, by command (or nothing) and host."""
     rows, headers = [], {}
-    with open(TABLE, encoding="utf-8") as table:
+    with open("tests/requests.txt", encoding="utf-8") as table:
         for line in table.read().splitlines():
             text = line.strip()
             if not text or text.startswith("#"):

@@ -8,9 +8,7 @@ import sys
 import unittest
 
 from sandbox.exchanges.bybit import Bybit
-from support import EXCHANGES, ConnectorTest, error
-
-ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
+from support import EXCHANGES, ConnectorTest, each, error
 
 
 class Entering(unittest.TestCase):
@@ -22,8 +20,8 @@ class Entering(unittest.TestCase):
     def test_none_of_the_callers_settings_reaches_what_runs_inside(self):
         env = {**os.environ, **dict.fromkeys(self.SETTINGS, "/the/callers")}
         inside = subprocess.run(
-            [sys.executable, "-m", "sandbox", "env"], env=env, cwd=ROOT, check=True,
-            capture_output=True, encoding="utf-8").stdout
+            [sys.executable, "-m", "sandbox", "env"], env=env,
+            capture_output=True, encoding="utf-8", check=True).stdout
         self.assertIn("\nMORVANE_RELAY_URL=", inside)
         self.assertNotIn("/the/callers", inside)
 
@@ -36,15 +34,13 @@ class Switches(ConnectorTest):
             done = self.run_tool("curl", "-sf", f"http://sandbox.control/{path}")
         return done.returncode, done.stdout, said.getvalue()
 
-    def test_a_wrong_request_fails_and_says_why_where_curl_does_not_hide_it(self):
-        for path, why in {
-                "orders": "write /orders/EXCHANGE",
-                "orders/okex": f"'okex' is none of {' '.join(EXCHANGES)}",
-                "fill/okx/1": "okx has no open order 1; /orders/okx lists them",
-                "mark/BTC/0": "'0' is no price"}.items():
-            with self.subTest(path):
-                self.assertEqual((22, "", f"sandbox.control: {why}\n"),
-                                 self.switch(path))
+    @each(("orders", "write /orders/EXCHANGE"),
+          ("orders/okex", f"'okex' is none of {' '.join(EXCHANGES)}"),
+          ("fill/okx/1", "okx has no open order 1; /orders/okx lists them"),
+          ("mark/BTC/0", "'0' is no price"))
+    def test_a_wrong_request_fails_and_says_why_where_curl_does_not_hide_it(
+            self, path, why):
+        self.assertEqual((22, "", f"sandbox.control: {why}\n"), self.switch(path))
 
     def test_an_order_whose_answer_was_lost_is_there_and_only_one_answer_is_lost(self):
         self.store_keys("gate")

@@ -9,17 +9,13 @@ from support import ConnectorTest, document, each, error
 HOST = f"https://{hosts.DOWNLOAD}"
 MANIFEST = HOST + "/current/manifest.json"
 IMAGE = HOST + "/image.dmg"
-LATEST = "updates/Morvane-Connector-latest.dmg"
-
-
-def image_name(version):
-    return f"updates/Morvane-Connector-{version}.dmg"
+KEPT = "updates/Morvane-Connector-{}.dmg"
+LATEST = KEPT.format("latest")
 
 
 class Updates(ConnectorTest):
     def setUp(self):
         super().setUp()
-        self.box.downloads.images["/image.dmg"] = b"image"
         self.stand_in(open="printf '%s\\n' $# \"$@\" >\"$HOME/opened\"")
 
     def publish(self, manifest):
@@ -66,13 +62,16 @@ class Updates(ConnectorTest):
         self.says(error("update_check_failed", manifest_url=MANIFEST), "update-check")
         self.assertEqual(1, len(self.box.requests))
 
-    def assert_downloads(self, version, url=IMAGE, name=""):
-        """The newer version, under its name if that differs."""
+    def assert_downloads(self, version, image="image", url=IMAGE, name=""):
+        """The image of a newer version, under its name if that differs."""
         self.announce(version, url)
+        self.box.downloads.images["/image.dmg"] = image.encode()
+        kept = KEPT.format(name or version)
         self.says(document(
             "ok", current_version="0.1.0", latest_version=version, update_available=True,
-            downloaded=True, downloaded_to=self.path(image_name(name or version)),
+            downloaded=True, downloaded_to=self.path(kept),
             latest_file=self.path(LATEST), dmg_url=url), "update-download")
+        self.assertEqual([image, image], [self.read(kept), self.read(LATEST)])
 
     def assert_no_download(self, url=IMAGE):
         self.announce("9", url)
@@ -81,17 +80,14 @@ class Updates(ConnectorTest):
 
     def test_a_newer_image_is_kept_under_its_version_and_as_the_latest(self):
         self.assert_downloads("0.2.0")
-        self.box.downloads.images["/image.dmg"] = b"next"
-        self.assert_downloads("0.3.0")
-        self.assertEqual("image", self.read(image_name("0.2.0")))
-        self.assertEqual("next", self.read(image_name("0.3.0")))
-        self.assertEqual("next", self.read(LATEST))
+        self.assert_downloads("0.3.0", "next")
+        self.assertEqual("image", self.read(KEPT.format("0.2.0")))
 
     def test_address_and_version_are_texts_and_redirects_are_followed(self):
         path = "/it's$(touch<ran)`id`;id&.dmg"
-        self.box.downloads.images["/b"] = b"image"
-        self.box.downloads.redirects.update({path: HOST + "/a", "/a": "/b"})
-        self.assert_downloads("1/../$(touch ran)'", HOST + path, "1_.._$(touch ran)'")
+        self.box.downloads.redirects.update({path: HOST + "/a", "/a": "/image.dmg"})
+        self.assert_downloads("1/../$(touch ran)'", url=HOST + path,
+                              name="1_.._$(touch ran)'")
         self.assertNotIn("ran", os.listdir(self.home))
 
     def test_nothing_is_fetched_when_there_is_nothing_newer(self):
@@ -119,7 +115,7 @@ class Updates(ConnectorTest):
         self.assert_downloads("9")
         self.assertEqual(6 * f"-sS --fail --max-time 20 {MANIFEST}\n"
                          + f"-sS --fail --max-time 300 -L {IMAGE} -o "
-                           f"{self.path(image_name('9'))}\n", self.read("../log"))
+                           f"{self.path(KEPT.format('9'))}\n", self.read("../log"))
 
     def assert_opens(self, name):
         self.says(document("ok", applied=False, install_flow_started=True,
