@@ -13,6 +13,7 @@ import sys
 import tempfile
 import time
 import unittest
+from pathlib import Path
 from typing import NamedTuple
 
 from sandbox import Sandbox, hosts
@@ -159,10 +160,6 @@ class ConnectorTest(unittest.TestCase):
         self.assertEqual((status, expected, error),
                          (run.returncode, run.stdout, run.stderr))
 
-    def body(self, *arguments):
-        """The exchange's own document in an answer."""
-        return json.loads(self.answer(*arguments))["body"]
-
     def key(self, exchange, kind=""):
         """Key, secret and passphrase of the sandbox's demo key, or of a kind of it."""
         name = f"demo-{exchange}-{kind}-key" if kind else f"demo-{exchange}-key"
@@ -217,18 +214,14 @@ class ConnectorTest(unittest.TestCase):
 
     def write(self, name, text):
         os.makedirs(os.path.dirname(self.path(name)), exist_ok=True)
-        with open(self.path(name), "wb") as file:
-            file.write(os.fsencode(text))
+        Path(self.path(name)).write_bytes(os.fsencode(text))
 
     def read(self, name):
-        with open(self.path(name), "rb") as file:
-            return os.fsdecode(file.read())
+        return os.fsdecode(Path(self.path(name)).read_bytes())
 
     def files(self):
         """Every file and folder below the application root."""
-        return sorted(os.path.relpath(os.path.join(folder, name), self.root)
-                      for folder, folders, names in os.walk(self.root)
-                      for name in folders + names)
+        return sorted(str(one.relative_to(self.root)) for one in Path(self.root).rglob("*"))
 
     def only_tools(self, *tools, behind="", **scripts):
         """From here on the PATH leads to these tools and scripts, and then `behind`.
@@ -238,10 +231,9 @@ class ConnectorTest(unittest.TestCase):
         for tool in tools:
             scripts[tool] = f'exec {self.real(tool)} "$@"'
         for name, script in scripts.items():
-            with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
-                first_line = "" if script.startswith("#!") else "#!/bin/sh\n"
-                file.write(f"{first_line}{script}\n")
-            os.chmod(file.name, 0o755)
+            first_line = "" if script.startswith("#!") else "#!/bin/sh\n"
+            Path(folder, name).write_text(f"{first_line}{script}\n", encoding="utf-8")
+            Path(folder, name).chmod(0o755)
         self.env["PATH"] = folder + behind
 
     def stand_in(self, **scripts):

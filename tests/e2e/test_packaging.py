@@ -4,6 +4,7 @@ import os
 import re
 import shlex
 import shutil
+from pathlib import Path
 
 from support import CONNECTOR, EXCHANGES, ConnectorTest, each
 
@@ -35,19 +36,18 @@ class Pages(PackagingTest):
                       for usage, command in zip(said, commands))
 
     def test_the_manual_has_every_command_with_its_arguments(self):
-        with open(os.path.join(self.home, MANUAL), encoding="utf-8") as manual:
-            items = re.findall(r"^\.It Ic (.*)", manual.read(), re.MULTILINE)
+        manual = Path(self.home, MANUAL).read_text(encoding="utf-8")
+        items = re.findall(r"^\.It Ic (.*)", manual, re.MULTILINE)
         # An item is: funding Ar exchange symbol Op Ar lookback_minutes
         found = sorted(re.sub("Op |Ar ", "", item) for item in items)
         expected = [re.sub(r"[][<>]", "", usage) for usage in self.usages()]
         self.assertEqual(expected, found, "the program, the manual")
 
     def test_the_readme_has_every_command_as_the_program_says_it(self):
-        with open("README.md", encoding="utf-8") as readme:
-            below = readme.read().partition("\n| command | does | answers |\n")[2]
+        readme = Path("README.md").read_text(encoding="utf-8")
+        below = readme.partition("\n| command | does | answers |\n")[2]
         # A row is: | `balance <exchange>` | what it does | what it answers |
-        table = below.partition("\n\n")[0]
-        found = re.findall("^[|] `(.*?)`", table, re.MULTILINE)
+        found = re.findall("^[|] `(.*?)`", below.partition("\n\n")[0], re.MULTILINE)
         self.assertEqual(self.usages(), sorted(found), "the program, the README")
 
 

@@ -5,6 +5,7 @@ import os
 import re
 import shlex
 import time
+from pathlib import Path
 
 from sandbox import Fault, hosts
 from support import BOUND, EXCHANGES, ConnectorTest, document, each, error
@@ -25,23 +26,22 @@ def read_table():
     """The rows of tests/requests.txt, each a command and what goes out for it, in
     pieces; and its lists of headers, by command (or nothing) and host."""
     rows, headers = [], {}
-    with open("tests/requests.txt", encoding="utf-8") as table:
-        for line in table.read().splitlines():
-            text = line.strip()
-            if not text or text.startswith("#"):
-                continue
-            if not line.startswith(" "):
-                pieces = []
-                kind, _, at = text.partition(" at ")
-                if kind.startswith("headers"):
-                    for command in kind.split()[2:] or [""]:
-                        headers.update({(command, host): pieces for host in at.split()})
-                else:
-                    rows.append((text, pieces))
-            elif text.startswith("&") or pieces and pieces[-1].endswith((",", "?")):
-                pieces[-1] += text  # the rest of an address or a body
+    for line in Path("tests/requests.txt").read_text(encoding="utf-8").splitlines():
+        text = line.strip()
+        if not text or text.startswith("#"):
+            continue
+        if not line.startswith(" "):
+            pieces = []
+            kind, _, at = text.partition(" at ")
+            if kind.startswith("headers"):
+                for command in kind.split()[2:] or [""]:
+                    headers.update({(command, host): pieces for host in at.split()})
             else:
-                pieces.append(text)
+                rows.append((text, pieces))
+        elif text.startswith("&") or pieces and pieces[-1].endswith((",", "?")):
+            pieces[-1] += text  # the rest of an address or a body
+        else:
+            pieces.append(text)
     return rows, headers
 
 
