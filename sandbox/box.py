@@ -13,9 +13,8 @@ from importlib import import_module
 from typing import Any
 
 from . import hosts
-from .account import Account, Refused
+from .account import Refused
 from .control import Control
-from .exchanges.call import ApiKey
 from .exchanges.exchange import Exchange
 from .home import furnish
 from .http_message import Fault, Request, Response, wire_text
@@ -65,20 +64,13 @@ class Sandbox:
             self.refusals: list[Refused] = []
             self.faults: list[Fault] = []
             self.relay, self.downloads = Relay(), Downloads()
-            self._exchanges: dict[str, Exchange] = {}
+            self.exchanges: dict[str, Exchange] = {}
             self._services = {hosts.RELAY: self.relay.handle, hosts.CONTROL: Control(self),
                               hosts.DOWNLOAD: self.downloads.handle}
             for name, its_hosts in hosts.BY_EXCHANGE.items():
                 module = import_module(f"{__package__}.exchanges.{name}")
-                self._exchanges[name] = getattr(module, name.capitalize())(self.refusals)
-                self._services.update(dict.fromkeys(its_hosts, self._exchanges[name].handle))
-
-    def keys(self, exchange: str) -> list[ApiKey]:
-        """The keys that the exchange knows; append to it."""
-        return self._exchanges[exchange].keys
-
-    def account(self, exchange: str) -> Account:
-        return self._exchanges[exchange].account
+                self.exchanges[name] = getattr(module, name.capitalize())(self.refusals)
+                self._services.update(dict.fromkeys(its_hosts, self.exchanges[name].handle))
 
     def handle(self, request: Request) -> tuple[Response, str]:
         """The answer, and how it is delivered. One request is handled at a time."""

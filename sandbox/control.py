@@ -54,7 +54,7 @@ class Control:
 
     def fill(self, exchange: str, order_id: str) -> str:
         """somebody takes an open order, at its own price"""
-        account = self._box.account(exchange)
+        account = self._box.exchanges[exchange].account
         order = account.orders.get(order_id)
         if not order or not order.is_open:
             raise Wrong(f"{exchange} has no open order {order_id}; /orders/{exchange} lists them")
@@ -65,14 +65,14 @@ class Control:
         """BTC or ETH moves; orders that it crosses are filled"""
         if not re.fullmatch(r"[0-9]{1,9}(\.[0-9]{1,8})?", price) or not Decimal(price):
             raise Wrong(f"{price!r} is no price")
-        for exchange in hosts.BY_EXCHANGE:
-            self._box.account(exchange).set_mark(coin, Decimal(price))
+        for exchange in self._box.exchanges.values():
+            exchange.account.set_mark(coin, Decimal(price))
         return f"{coin} {price}"
 
     def orders(self, exchange: str) -> str:
         """an exchange's open orders, in its own symbols and units"""
         rows = [(order.id, order.contract.symbol, order.side, order.quantity, order.price)
-                for order in self._box.account(exchange).open_orders]
+                for order in self._box.exchanges[exchange].account.open_orders]
         return _aligned(("id", "symbol", "side", "quantity", "price"), rows)
 
     def lose(self, exchange: str) -> str:
@@ -97,7 +97,7 @@ class Control:
 
     def requests(self) -> str:
         """requests by host, and how many held a key or secret"""
-        keys = [key for exchange in hosts.BY_EXCHANGE for key in self._box.keys(exchange)]
+        keys = [key for exchange in self._box.exchanges.values() for key in exchange.keys]
         parts = ("key", "secret", "passphrase")
         known = [{getattr(key, part) for key in keys} - {""} for part in parts]
         sent: dict[str, list[str]] = {}

@@ -3,6 +3,7 @@
 import os
 import pwd
 import subprocess
+from pathlib import Path
 
 SECURITY = "/usr/bin/security"
 KEYCHAIN = "Library/Keychains/login.keychain-db"
@@ -16,8 +17,7 @@ def furnish(home: str) -> None:
     keeps to HOME: it gets a keychain there, unlocked and without a password. (Without one it asks
     at the screen where to put the first key, and waits.)
     """
-    with open(os.path.join(home, ".curlrc"), "x", encoding="ascii"):
-        pass
+    Path(home, ".curlrc").touch(exist_ok=False)
     if os.path.exists(SECURITY):
         _make_keychain(home)
 

@@ -163,7 +163,7 @@ class ConnectorTest(unittest.TestCase):
     def key(self, exchange, kind=""):
         """Key, secret and passphrase of the sandbox's demo key, or of a kind of it."""
         name = f"demo-{exchange}-{kind}-key" if kind else f"demo-{exchange}-key"
-        [found] = [one for one in self.box.keys(exchange) if one.key == name]
+        [found] = [one for one in self.box.exchanges[exchange].keys if one.key == name]
         return [found.key, found.secret, found.passphrase]
 
     def validate(self, exchange, *key, status=0):

@@ -50,7 +50,7 @@ class Answers(ConnectorTest):
 
     def check_account(self, exchange):
         """Both read balance, positions and orders as the account has them."""
-        account = self.box.account(exchange)
+        account = self.box.exchanges[exchange].account
         self.assertEqual((account.equity, account.available),
                          self.read("balance", "balance", exchange))
         held = [(one.side, one.size, one.entry_price, one.leverage, one.unrealised)
@@ -72,7 +72,7 @@ class Answers(ConnectorTest):
 
     @each(*answers.PLACED)
     def test_what_is_traded_is_read_as_the_account_has_it(self, exchange):
-        account = self.box.account(exchange)
+        account = self.box.exchanges[exchange].account
         trade = (exchange, SYMBOL, "sell", QUANTITY[exchange])
         opened = self.read("placed_id", "place-open", *trade, "55000", "5")
         account.fill(account.orders[opened], Decimal(55000))
@@ -112,17 +112,17 @@ class Scripts(ConnectorTest):
 
     def assert_opened_and_closed(self, exchange):
         """By two orders, and nothing is left."""
-        account = self.box.account(exchange)
+        account = self.box.exchanges[exchange].account
         self.assertEqual((2, []), (len(account.orders), account.held))
 
     def test_desk_sends_more_than_most_only_after_a_yes(self):
         asked = self.desk_opens("10", "--most", "4999", typed=b"no\n", status=1)
         self.assertIn("= 5000 USDT", asked)
         self.assertIn("nobody is there", self.desk_opens("10", status=1))
-        self.assertEqual({}, self.box.account("okx").orders)
+        self.assertEqual({}, self.box.exchanges["okx"].account.orders)
         self.desk_opens("10", typed=b"yes\n")
         self.desk_opens("10", "--most", "5000")
-        self.assertEqual(2, len(self.box.account("okx").orders))
+        self.assertEqual(2, len(self.box.exchanges["okx"].account.orders))
 
     def test_desk_exits_otherwise_than_with_0_after_a_refusal_or_no_answer(self):
         refused = self.desk_opens("999999", "--most", "9999999999", status=1)
@@ -133,7 +133,7 @@ class Scripts(ConnectorTest):
         self.assertIn("may be there", unknown)
 
     def test_pair_trade_opens_and_closes_both_legs_and_tells_what_it_brought(self):
-        gate = self.box.account("gate")
+        gate = self.box.exchanges["gate"].account
         before = gate.balance
         printed = self.pair_trade("gate:100:50000")
         change = gate.balance - before

@@ -57,7 +57,7 @@ class Answers(ConnectorTest):
     def test_a_key_of_any_signs_is_kept_and_reads_afterwards(self, exchange):
         passphrase = "p" + ODD_SIGNS if self.key(exchange)[2] else ""
         key = ["k" + ODD_SIGNS, "s" + ODD_SIGNS, passphrase]
-        self.box.keys(exchange).append(ApiKey(*key))
+        self.box.exchanges[exchange].keys.append(ApiKey(*key))
         self.assert_accepted(exchange, *key)
         self.says("status=ok\n" + CREDENTIAL.format(exchange, *key),
                   "load-credentials", exchange)
