@@ -45,7 +45,9 @@ def agreed: refusal as $why | if $why == null then document else error($why) end
 # Of an order that place-open or place-close sent.
 def placed_id:
   .exchange as $exchange | agreed
-  | {bybit: .result?.orderId, okx: .data?[0]?.ordId, gate: .id?}[$exchange] | tostring;
+  | if $exchange == "bybit" then .result.orderId
+    elif $exchange == "okx" then .data[0].ordId
+    else .id end | tostring;
 
 # Of order-status; of Gate's place-open, place-close and cancel-order, too.
 def order:
