@@ -123,13 +123,15 @@ class CarelessCallers(ConnectorTest):
         self.assert_modes(0o700, 0o644, self.path("notes"))
 
     def test_tools_begin_alike_whatever_the_caller_left_them(self):
-        """They have a narrow umask, no room for a core file, and three streams."""
         self.store_keys("bybit")
-        self.stand_in(curl="""echo $(umask) $(ulimit -S -c) $(ulimit -H -c)
-for stream in 0 1 2 3 4 5 6 7 8 9; do [ ! -e /dev/fd/$stream ] || echo $stream; done""")
+        self.stand_in(curl="""
+            printf 'umask %s, core %s %s, streams' $(umask) $(ulimit -Sc) $(ulimit -Hc)
+            for stream in 0 1 2 3 4 5 6 7 8 9; do
+              [ ! -e /dev/fd/$stream ] || printf ' %s' $stream
+            done""")
         self.program = ["sh", "-c", '"$@" <&- 2>&-', "sh", CONNECTOR]
         answer = self.answer("balance", "bybit", preexec_fn=self.careless)
-        self.assertIn('"body":0077 0 0\n0\n1\n2\n}', answer)
+        self.assertIn('"body":umask 0077, core 0 0, streams 0 1 2}', answer)
 
     def test_a_shell_that_traces_itself_shows_no_secret(self):
         if not shutil.which("bash"):
