@@ -64,7 +64,7 @@ class Sandbox:
             self.refusals: list[Refused] = []
             self.faults: list[Fault] = []
             self.relay, self.downloads = Relay(), Downloads()
-            self.exchanges: dict[str, Exchange] = {}
+            self.exchanges: dict[str, Exchange] = {}  # each with its keys and its account
             self._services = {hosts.RELAY: self.relay.handle, hosts.CONTROL: Control(self),
                               hosts.DOWNLOAD: self.downloads.handle}
             for name, its_hosts in hosts.BY_EXCHANGE.items():
