@@ -14,7 +14,6 @@ sys.path.insert(0, EXAMPLES)
 import answers  # noqa: E402
 
 KNOWN = tuple(answers.UNITS)
-
 SYMBOL = "BTC_USDT"
 FUNDED = {"bybit": Decimal("-0.059"), "gate": Decimal("-0.059"),
           "okx": Decimal("-0.959")}  # OKX looks back further than it is asked

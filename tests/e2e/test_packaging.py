@@ -8,7 +8,6 @@ from pathlib import Path
 
 from support import CONNECTOR, EXCHANGES, ConnectorTest, each
 
-PROGRAM = "bin/morvane-connector"
 MANUAL = "share/man/man1/morvane-connector.1"
 COMPLETIONS = {"bash": "share/bash-completion/completions/morvane-connector",
                "zsh": "share/zsh/site-functions/_morvane-connector",
@@ -20,7 +19,7 @@ class PackagingTest(ConnectorTest):
         super().setUp()
         build = os.path.dirname(CONNECTOR)
         self.run_tool("cmake", "--install", build, "--prefix", self.home, check=True)
-        self.program = [os.path.join(self.home, PROGRAM)]
+        self.program = [os.path.join(self.home, "bin/morvane-connector")]
 
     def commands(self):
         """Those that the program itself names."""

@@ -74,9 +74,9 @@ class Answers(ConnectorTest):
     def test_words_anywhere_in_bybits_answer_grant_trading_and_withdrawal(
             self, text, status, trade, withdraw):
         self.answer_at("bybit", 200, f'{{"retCode":0,"x":"{text}"}}')
-        expected = CHECK.format("bybit", status, "true", trade, withdraw, "true",
-                                "live bybit auth validated")
-        self.assertRegex(self.validate("bybit"), expected)
+        shown, _ = self.validate("bybit")
+        expected = CHECK.format("bybit", status, "true", trade, withdraw, "true")
+        self.assertEqual(expected, shown)
 
     @each(("nowhere", "", "", "unsupported exchange"),
           ("", "k", "s", "unsupported exchange"),
@@ -100,7 +100,8 @@ class Answers(ConnectorTest):
     @each(*((exchange, body) for exchange in EXCHANGES for body in PROOFS[exchange]))
     def test_these_answers_prove_a_key(self, exchange, body):
         self.answer_at(exchange, 200, body)
-        self.assertIn("\ncredentials_saved=true\n", self.validate(exchange))
+        shown, _ = self.validate(exchange)
+        self.assertIn("\ncredentials_saved=true\n", shown)
 
     @each(*((exchange, body) for exchange in EXCHANGES
             for body in [*NO_PROOFS[exchange], "<h1>\n502</h1>"]))
@@ -119,9 +120,8 @@ class Answers(ConnectorTest):
         self.env.update(dict.fromkeys(
             ("CURL_CA_BUNDLE", "SSL_CERT_FILE", "SANDBOX_AUTHORITY"),
             os.path.join(self.home, "certificate.pem")))
-        printed = self.validate(exchange, status=2)
-        self.assertIn("\ncan_read=false\n", printed)
-        self.assertIn("\ncredentials_saved=false\n", printed)
+        shown, _ = self.validate(exchange, status=2)
+        self.assertIn("\ncan_read=false\n", shown)
 
     @each((401, "half"), (200, "half"), (200, "never"), (200, "endless"),
           (401, "endless"))
