@@ -165,7 +165,7 @@ class ConnectorTest(unittest.TestCase):
         return [found.key, found.secret, found.passphrase]
 
     def validate(self, exchange, *key, status=0):
-        """What a check of that key (or the demo's) prints before the time; the reason."""
+        """What a check of a key (or the demo's) prints before the time; the reason."""
         began = now()
         key = key or self.key(exchange)
         printed = self.answer("validate", exchange, *key, status=status)
